@@ -1,0 +1,100 @@
+// wFile: overlapped file I/O completed on the port, waited for by the caller.
+#include "runtime/file.h"
+#include "runtime/fatal.h"
+#include "runtime/iocp.h"
+#include "runtime/io_request.h"
+
+namespace {
+
+struct Waiter {
+    uint32_t error;
+    uint32_t bytes;
+    HANDLE event;
+};
+
+void SignalWaiter(IoRequest* request)
+{
+    auto* waiter = static_cast<Waiter*>(request->context);
+    waiter->error = request->error;
+    waiter->bytes = request->transferred;
+    SetEvent(waiter->event);
+}
+
+}  // namespace
+
+wFile::~wFile()
+{
+    Close();
+}
+
+uint32_t wFile::Open(const std::wstring& path, bool read, bool write, bool shareDelete, uint32_t disposition)
+{
+    DWORD access = (read ? GENERIC_READ : 0) | (write ? GENERIC_WRITE : 0);
+    DWORD share = FILE_SHARE_READ | FILE_SHARE_WRITE | (shareDelete ? FILE_SHARE_DELETE : 0);
+    HANDLE opened = CreateFileW(path.c_str(), access, share, nullptr, disposition,
+                                FILE_FLAG_OVERLAPPED | FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (opened == INVALID_HANDLE_VALUE)
+        return GetLastError();
+    if (uint32_t error = IocpBind(opened, CompleteIoRequest)) {
+        CloseHandle(opened);
+        return error;
+    }
+    void* expected = nullptr;
+    if (!handle.compare_exchange_strong(expected, opened)) {
+        CloseHandle(opened);
+        return ERROR_INVALID_HANDLE;
+    }
+    name = path;
+    return 0;
+}
+
+IoResult wFile::Read(uint64_t position, void* buffer, uint32_t length)
+{
+    return Issue(kIoRead, position, buffer, length);
+}
+
+IoResult wFile::Write(uint64_t position, const void* buffer, uint32_t length)
+{
+    return Issue(kIoWrite, position, const_cast<void*>(buffer), length);
+}
+
+IoResult wFile::Issue(uint32_t kind, uint64_t position, void* buffer, uint32_t length)
+{
+    Waiter waiter{0, 0, CreateEventW(nullptr, TRUE, FALSE, nullptr)};
+    IoRequest* request = NewIoRequest();
+    request->overlapped.Offset = static_cast<DWORD>(position);
+    request->overlapped.OffsetHigh = static_cast<DWORD>(position >> 32);
+    request->position = position;
+    request->buffer = buffer;
+    request->length = length;
+    request->requested = length;
+    request->ownership = kBufferCallerOwned;
+    request->refCount = 1;
+    request->owner = this;
+    request->kind = kind;
+    request->context = &waiter;
+    request->callback = SignalWaiter;
+
+    HANDLE file = handle.load();
+    BOOL ok = kind == kIoRead ? ReadFile(file, buffer, length, nullptr, &request->overlapped)
+                              : WriteFile(file, buffer, length, nullptr, &request->overlapped);
+    if (!ok) {
+        DWORD error = GetLastError();
+        if (error != ERROR_IO_PENDING) {
+            // Failures end on the port too, so that every request is finished in one place.
+            request->error = error;
+            IocpPost(CompleteIoRequest, &request->overlapped, 0);
+        }
+    }
+    WaitForSingleObject(waiter.event, INFINITE);
+    CloseHandle(waiter.event);
+    return IoResult{waiter.error, waiter.bytes};
+}
+
+void wFile::Close()
+{
+    if (void* open = handle.exchange(nullptr)) {
+        CloseHandle(open);
+        name.clear();
+    }
+}

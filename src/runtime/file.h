@@ -1,0 +1,36 @@
+// wFile: a file handle bound to the completion port; reads and writes are overlapped
+// operations at explicit positions that the calling thread waits for.
+#pragma once
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+struct IoResult {
+    uint32_t error;
+    uint32_t bytes;
+};
+
+class wFile {
+public:
+    wFile() = default;
+    virtual ~wFile();
+    wFile(const wFile&) = delete;
+    wFile& operator=(const wFile&) = delete;
+
+    // 0 or the Windows error code; 6 (ERROR_INVALID_HANDLE) when the object is already open.
+    uint32_t Open(const std::wstring& path, bool read, bool write, bool shareDelete, uint32_t disposition);
+    IoResult Read(uint64_t position, void* buffer, uint32_t length);
+    IoResult Write(uint64_t position, const void* buffer, uint32_t length);
+    // Closes once however often it is called.
+    void Close();
+
+    bool IsOpen() const { return handle.load() != nullptr; }
+    void* Handle() const { return handle.load(); }
+    const std::wstring& Name() const { return name; }
+
+private:
+    IoResult Issue(uint32_t kind, uint64_t position, void* buffer, uint32_t length);
+
+    std::wstring name;
+    std::atomic<void*> handle{nullptr};
+};

@@ -1,0 +1,136 @@
+// The completion port and its worker pool: one worker is always left waiting on the port,
+// so a thread that blocks on an operation can always be woken.
+#include "runtime/iocp.h"
+#include "runtime/fatal.h"
+#include "runtime/io_request.h"
+#include "runtime/pool.h"
+#include "runtime/thread.h"
+
+#include <windows.h>
+
+namespace {
+
+struct WorkerRecord {
+    WorkerRecord* next;
+    HANDLE thread;
+};
+
+struct IocpPort {
+    HANDLE port = nullptr;
+    CRITICAL_SECTION lock;
+    volatile long busy = 0;
+    volatile long workers = 0;
+    WorkerRecord* list = nullptr;
+} iocp;
+
+DWORD WINAPI WorkerLoop(void*)
+{
+    SetThreadName("_wIocp");
+    for (;;) {
+        DWORD bytes = 0;
+        ULONG_PTR key = 0;
+        OVERLAPPED* overlapped = nullptr;
+        BOOL ok = GetQueuedCompletionStatus(iocp.port, &bytes, &key, &overlapped, INFINITE);
+        if (!ok) {
+            if (!overlapped)
+                return 0;
+            reinterpret_cast<IoRequest*>(overlapped)->error = GetLastError();
+        }
+        if (InterlockedIncrement(&iocp.busy) == iocp.workers)
+            IocpAddWorker();
+        reinterpret_cast<IoRequest*>(overlapped)->transferred = bytes;
+        reinterpret_cast<CompletionHandler>(key)(overlapped);
+        InterlockedDecrement(&iocp.busy);
+    }
+}
+
+}  // namespace
+
+void IocpStart()
+{
+    iocp.port = CreateIoCompletionPort(INVALID_HANDLE_VALUE, nullptr, 0, 0);
+    if (!iocp.port)
+        FatalError(0x02085247);
+    InitializeCriticalSection(&iocp.lock);
+    iocp.busy = 0;
+    iocp.workers = 0;
+    iocp.list = nullptr;
+    IocpAddWorker();
+}
+
+void IocpAddWorker()
+{
+    if (!TryEnterCriticalSection(&iocp.lock))
+        return;
+    if (iocp.port) {
+        HANDLE thread = CreateThread(nullptr, 0, WorkerLoop, nullptr, 0, nullptr);
+        if (!thread)
+            FatalError(0x12389597);
+        auto* record = static_cast<WorkerRecord*>(PoolAlloc(PoolClassFor(sizeof(WorkerRecord))));
+        record->thread = thread;
+        record->next = iocp.list;
+        iocp.list = record;
+        InterlockedIncrement(&iocp.workers);
+    }
+    LeaveCriticalSection(&iocp.lock);
+}
+
+void IocpShutdown()
+{
+    HANDLE port = iocp.port;
+    CloseHandle(port);
+    EnterCriticalSection(&iocp.lock);
+    iocp.port = nullptr;
+    LeaveCriticalSection(&iocp.lock);
+    while (WorkerRecord* record = iocp.list) {
+        WaitForSingleObject(record->thread, INFINITE);
+        CloseHandle(record->thread);
+        iocp.list = record->next;
+        PoolFree(record);
+    }
+    iocp.workers = 0;
+    DeleteCriticalSection(&iocp.lock);
+}
+
+uint32_t IocpBind(void* handle, CompletionHandler handler)
+{
+    if (!CreateIoCompletionPort(handle, iocp.port, reinterpret_cast<ULONG_PTR>(handler), 0))
+        return GetLastError();
+    return 0;
+}
+
+void IocpPost(CompletionHandler handler, _OVERLAPPED* overlapped, uint32_t bytes)
+{
+    if (!PostQueuedCompletionStatus(iocp.port, bytes, reinterpret_cast<ULONG_PTR>(handler), overlapped))
+        FatalError(0x54378157);
+}
+
+uint32_t IocpWorkerCount() { return static_cast<uint32_t>(iocp.workers); }
+uint32_t IocpBusyCount() { return static_cast<uint32_t>(iocp.busy); }
+
+IoRequest* NewIoRequest()
+{
+    auto* request = static_cast<IoRequest*>(PoolAlloc(kIoRequestClass));
+    ZeroMemory(request, sizeof(IoRequest));
+    return request;
+}
+
+unsigned long CompleteIoRequest(_OVERLAPPED* overlapped)
+{
+    auto* request = reinterpret_cast<IoRequest*>(overlapped);
+    long references = InterlockedDecrement(&request->refCount);
+    if (references > 0)
+        return 0;
+    if (references < 0)
+        FatalError(0x09529457);
+    if (request->callback)
+        request->callback(request);
+    if (request->ownership == kBufferHeap)
+        free(request->buffer);
+    else if (request->ownership == kBufferPool)
+        PoolFree(request->buffer);
+    if (request->followUp)
+        request->followUp(request->error, request->transferred);
+    PoolFree(request);
+    return 0;
+}

@@ -1,0 +1,249 @@
+// wLogger: ring buffer, writer thread and daily log file.
+#include "runtime/logger.h"
+#include "runtime/fatal.h"
+#include "runtime/text.h"
+
+#include <windows.h>
+#include <shlobj.h>
+#include <cstring>
+#include <new>
+
+namespace {
+
+wLogger* instance = nullptr;
+
+const char kOverflowMarker[] = "[Buffer Overflow]\r\n";
+const unsigned char kByteOrderMark[] = {0xEF, 0xBB, 0xBF};
+
+CRITICAL_SECTION* Lock(void* lock) { return static_cast<CRITICAL_SECTION*>(lock); }
+
+void WriteAll(HANDLE file, const void* data, DWORD length)
+{
+    DWORD written = 0;
+    WriteFile(file, data, length, &written, nullptr);
+}
+
+void Echo(const std::string& prefix, const char* message, size_t length)
+{
+    HANDLE out = GetStdHandle(STD_OUTPUT_HANDLE);
+    if (!out || out == INVALID_HANDLE_VALUE)
+        return;
+    DWORD mode;
+    if (GetConsoleMode(out, &mode)) {
+        std::wstring line = Utf8ToWide(prefix) + Utf8ToWide(message, static_cast<ptrdiff_t>(length)) + L"\n";
+        DWORD written;
+        WriteConsoleW(out, line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
+    } else {
+        std::string line = prefix;
+        line.append(message, length);
+        line.push_back('\n');
+        WriteAll(out, line.data(), static_cast<DWORD>(line.size()));
+    }
+}
+
+}  // namespace
+
+void (*wLogger::localTime)(_SYSTEMTIME* time) = GetLocalTime;
+
+wLogger::wLogger()
+{
+    flushDone = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    lock = new CRITICAL_SECTION;
+    InitializeCriticalSectionAndSpinCount(Lock(lock), 0xFFFFFFFF);
+    LARGE_INTEGER value;
+    QueryPerformanceFrequency(&value);
+    frequency = value.QuadPart;
+    QueryPerformanceCounter(&value);
+    startCounter = lastCounter = value.QuadPart;
+    writeBuffer = static_cast<unsigned char*>(malloc(kBufferSize));
+    if (!writeBuffer)
+        FatalError(0x72395974);
+    std::wstring module = GetModulePath();
+    size_t slash = module.rfind(L'\\');
+    programName = slash == std::wstring::npos ? module : module.substr(slash + 1);
+    if (programName.empty())
+        programName = FormatW(L"wLogger_%p", this);
+    logDirectory = GetDirectoryPart(module) + L"\\_logs\\";
+    ring = static_cast<unsigned char*>(malloc(kBufferSize));
+    if (!ring)
+        FatalError(0x72344256);
+}
+
+wLogger::~wLogger()
+{
+    free(writeBuffer);
+    free(ring);
+    DeleteCriticalSection(Lock(lock));
+    delete Lock(lock);
+    CloseHandle(flushDone);
+}
+
+void wLogger::Create()
+{
+    instance = new (std::nothrow) wLogger;
+    if (!instance)
+        FatalError(0x84734722);
+    instance->wThread::Start("_wLogger", 0x75323543, 0x85822357);
+}
+
+void wLogger::Stop()
+{
+    wLogger* logger = instance;
+    if (!logger)
+        return;
+    logger->flushRequested = 1;
+    SetEvent(logger->wakeEvent);
+    WaitForSingleObject(logger->flushDone, INFINITE);
+    ResetEvent(logger->flushDone);
+    logger->wThread::Stop();
+    instance = nullptr;
+    delete logger;
+}
+
+wLogger* wLogger::Instance()
+{
+    return instance;
+}
+
+std::wstring wLogger::FileNameFor(const _SYSTEMTIME& date) const
+{
+    return FormatW(L"%s%s %04d-%02d-%02d.log", logDirectory.c_str(), programName.c_str(), date.wYear, date.wMonth,
+                   date.wDay);
+}
+
+void wLogger::Append(const char* message, size_t length)
+{
+    SYSTEMTIME now;
+    localTime(&now);
+    LARGE_INTEGER counter;
+    QueryPerformanceCounter(&counter);
+    uint64_t delta = static_cast<uint64_t>(counter.QuadPart - lastCounter) * 1000000 / static_cast<uint64_t>(frequency);
+    lastCounter = counter.QuadPart;
+    if (delta >= 10000000000ull)
+        delta = 9999999999ull;
+    char prefix[64];
+    int prefixLength = snprintf(prefix, sizeof(prefix), "%02d:%02d:%02d.%03d %04llu.%03llu.%03llu ", now.wHour,
+                                now.wMinute, now.wSecond, now.wMilliseconds, delta / 1000000, delta / 1000 % 1000,
+                                delta % 1000);
+    if (echo)
+        Echo(std::string(prefix, static_cast<size_t>(prefixLength)), message, length);
+
+    uint64_t entry = static_cast<uint64_t>(prefixLength) + length + 2;
+    EnterCriticalSection(Lock(lock));
+    if (entry <= capacity - used) {
+        auto put = [this](const void* data, size_t count) {
+            auto* bytes = static_cast<const unsigned char*>(data);
+            uint32_t tail = (readOffset + used) % capacity;
+            size_t first = count < capacity - tail ? count : capacity - tail;
+            memcpy(ring + tail, bytes, first);
+            memcpy(ring, bytes + first, count - first);
+            used += static_cast<uint32_t>(count);
+        };
+        put(prefix, static_cast<size_t>(prefixLength));
+        put(message, length);
+        put("\r\n", 2);
+    } else {
+        overflow = 1;
+    }
+    LeaveCriticalSection(Lock(lock));
+    SetEvent(wakeEvent);
+}
+
+bool wLogger::Begin()
+{
+    SHCreateDirectoryExW(nullptr, logDirectory.c_str(), nullptr);
+    return true;
+}
+
+bool wLogger::Loop()
+{
+    WaitForSingleObject(wakeEvent, INFINITE);
+    ResetEvent(wakeEvent);
+    // A flush asked for during this pass is served by the next one, which its wake-up starts.
+    bool flushing = flushRequested != 0;
+
+    SYSTEMTIME now;
+    localTime(&now);
+    if (file && (fileYear != now.wYear || fileMonth != now.wMonth || fileDay != now.wDay))
+        CloseFile();
+    if (!file) {
+        HANDLE opened = CreateFileW(FileNameFor(now).c_str(), FILE_APPEND_DATA,
+                                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_ALWAYS,
+                                    FILE_ATTRIBUTE_NORMAL, nullptr);
+        if (opened != INVALID_HANDLE_VALUE) {
+            file = opened;
+            LARGE_INTEGER size;
+            if (GetFileSizeEx(opened, &size) && size.QuadPart == 0)
+                WriteAll(opened, kByteOrderMark, sizeof(kByteOrderMark));
+            fileYear = now.wYear;
+            fileMonth = now.wMonth;
+            fileDay = now.wDay;
+        }
+    }
+    if (file) {
+        // Text stays in the ring while no file can be opened.
+        for (;;) {
+            EnterCriticalSection(Lock(lock));
+            uint32_t n = used < kBufferSize ? used : kBufferSize;
+            if (n == 0) {
+                LeaveCriticalSection(Lock(lock));
+                break;
+            }
+            uint32_t first = n < capacity - readOffset ? n : capacity - readOffset;
+            memcpy(writeBuffer, ring + readOffset, first);
+            memcpy(writeBuffer + first, ring, n - first);
+            used -= n;
+            readOffset = used == 0 ? 0 : (readOffset + n) % capacity;
+            LeaveCriticalSection(Lock(lock));
+            WriteAll(file, writeBuffer, n);
+        }
+        EnterCriticalSection(Lock(lock));
+        bool dropped = overflow != 0;
+        overflow = 0;
+        LeaveCriticalSection(Lock(lock));
+        if (dropped)
+            WriteAll(file, kOverflowMarker, sizeof(kOverflowMarker) - 1);
+    }
+    // The file is never held open between passes, so other programs may read, move or delete it.
+    CloseFile();
+    if (flushing) {
+        flushRequested = 0;
+        SetEvent(flushDone);
+    }
+    return true;
+}
+
+void wLogger::End()
+{
+    CloseFile();
+}
+
+void wLogger::CloseFile()
+{
+    if (file) {
+        CloseHandle(file);
+        file = nullptr;
+    }
+    fileYear = fileMonth = fileDay = 0;
+}
+
+void LogA(const char* format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    std::string message = FormatAV(format, args);
+    va_end(args);
+    if (wLogger* logger = wLogger::Instance())
+        logger->Append(message.data(), message.size());
+}
+
+void LogW(const wchar_t* format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    std::wstring message = FormatWV(format, args);
+    va_end(args);
+    std::string bytes = WideToUtf8(message);
+    if (wLogger* logger = wLogger::Instance())
+        logger->Append(bytes.data(), bytes.size());
+}

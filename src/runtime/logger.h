@@ -1,0 +1,61 @@
+// The process-wide log: callers format and stamp an entry, echo it to the console and append
+// it to a ring buffer; the "_wLogger" thread moves the text to a daily UTF-8 file under
+// "_logs" beside the program. Callers never wait for the disk.
+#pragma once
+#include "runtime/thread.h"
+
+#include <cstdint>
+#include <string>
+
+struct _SYSTEMTIME;
+
+// Appends one entry; the format is a narrow printf-style format whose text is UTF-8.
+void LogA(const char* format, ...);
+// Appends one entry from a wide printf-style format ("%s" takes a wide string).
+void LogW(const wchar_t* format, ...);
+
+class wLogger final : public wThread {
+public:
+    static constexpr uint32_t kBufferSize = 0x40000;
+
+    // Builds the single instance and starts its thread.
+    static void Create();
+    // Writes out everything appended so far, stops the thread and frees the instance.
+    static void Stop();
+    static wLogger* Instance();
+
+    void Append(const char* message, size_t length);
+    const std::wstring& LogDirectory() const { return logDirectory; }
+    // The file that an entry written at `date` goes to.
+    std::wstring FileNameFor(const _SYSTEMTIME& date) const;
+
+    // The clock the logger reads local time from; tests replace it to cross midnight.
+    static void (*localTime)(_SYSTEMTIME* time);
+
+private:
+    wLogger();
+    ~wLogger();
+    bool Begin() override;
+    bool Loop() override;
+    void End() override;
+    void CloseFile();
+
+    void* file = nullptr;
+    // Year, month and day of the open file; 0 when none is open.
+    uint16_t fileYear = 0, fileMonth = 0, fileDay = 0;
+    unsigned char* writeBuffer = nullptr;
+    volatile uint8_t overflow = 0;
+    volatile uint8_t flushRequested = 0;
+    void* flushDone = nullptr;
+    std::wstring programName;
+    std::wstring logDirectory;
+    unsigned char* ring = nullptr;
+    uint32_t readOffset = 0;
+    uint32_t used = 0;
+    uint32_t capacity = kBufferSize;
+    void* lock = nullptr;  // CRITICAL_SECTION guarding the ring and `overflow`
+    uint8_t echo = 1;
+    int64_t frequency = 0;
+    int64_t startCounter = 0;
+    int64_t lastCounter = 0;
+};

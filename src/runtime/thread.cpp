@@ -1,0 +1,94 @@
+// wThread and the debugger's thread-naming convention.
+#include "runtime/thread.h"
+#include "runtime/fatal.h"
+
+#include <windows.h>
+#include <cstring>
+
+wThread::wThread()
+{
+    wakeEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+}
+
+wThread::~wThread()
+{
+    Stop();
+}
+
+void wThread::Start(const char* threadName, uint32_t runningCode, uint32_t createCode)
+{
+    if (thread)
+        FatalError(runningCode);
+    ResetEvent(wakeEvent);
+    threadId = 0;
+    stopFlag = 0;
+    strncpy(name, threadName ? threadName : "", sizeof(name) - 1);
+    name[sizeof(name) - 1] = 0;
+    DWORD id = 0;
+    HANDLE created = CreateThread(nullptr, 0, Procedure, this, 0, &id);
+    if (!created) {
+        if (GetLastError() != 0)
+            FatalError(createCode);
+        return;
+    }
+    thread = created;
+}
+
+void wThread::Stop()
+{
+    // Whoever takes the handle out, this call or the ending thread itself, closes it.
+    if (void* running = InterlockedExchangePointer(const_cast<void**>(&thread), nullptr)) {
+        stopFlag = 1;
+        SetEvent(wakeEvent);
+        WaitForSingleObject(running, INFINITE);
+        CloseHandle(running);
+    }
+    if (wakeEvent) {
+        CloseHandle(wakeEvent);
+        wakeEvent = nullptr;
+    }
+}
+
+bool wThread::Begin() { return true; }
+bool wThread::Loop() { return false; }
+void wThread::End() {}
+
+unsigned long __stdcall wThread::Procedure(void* argument)
+{
+    auto* self = static_cast<wThread*>(argument);
+    self->threadId = GetCurrentThreadId();
+    if (self->name[0])
+        SetThreadName(self->name);
+    if (self->Begin()) {
+        while (!self->stopFlag && self->Loop()) {
+        }
+        self->End();
+    }
+    self->threadId = 0;
+    self->stopFlag = 0;
+    if (void* own = InterlockedExchangePointer(const_cast<void**>(&self->thread), nullptr))
+        CloseHandle(own);
+    return 0;
+}
+
+namespace {
+
+constexpr DWORD kSetThreadNameException = 0x406D1388;
+
+LONG CALLBACK SwallowThreadName(EXCEPTION_POINTERS* info)
+{
+    return info->ExceptionRecord->ExceptionCode == kSetThreadNameException ? EXCEPTION_CONTINUE_EXECUTION
+                                                                          : EXCEPTION_CONTINUE_SEARCH;
+}
+
+}  // namespace
+
+void SetThreadName(const char* threadName)
+{
+    // An attached debugger takes the name from the first-chance exception; without one the
+    // handler swallows it so that the process never sees it.
+    ULONG_PTR info[4] = {0x1000, reinterpret_cast<ULONG_PTR>(threadName), GetCurrentThreadId(), 0};
+    void* handler = AddVectoredExceptionHandler(1, SwallowThreadName);
+    RaiseException(kSetThreadNameException, 0, 4, info);
+    RemoveVectoredExceptionHandler(handler);
+}
