@@ -111,6 +111,17 @@ std::wstring wLogger::FileNameFor(const _SYSTEMTIME& date) const
                    date.wDay);
 }
 
+std::string FormatLogPrefix(const _SYSTEMTIME& time, uint64_t elapsedMicros)
+{
+    if (elapsedMicros >= 10000000000ull)
+        elapsedMicros = 9999999999ull;
+    char prefix[64];
+    int length = snprintf(prefix, sizeof(prefix), "%02d:%02d:%02d.%03d %04llu.%03llu.%03llu ", time.wHour, time.wMinute,
+                          time.wSecond, time.wMilliseconds, elapsedMicros / 1000000, elapsedMicros / 1000 % 1000,
+                          elapsedMicros % 1000);
+    return std::string(prefix, static_cast<size_t>(length));
+}
+
 void wLogger::Append(const char* message, size_t length)
 {
     SYSTEMTIME now;
@@ -119,16 +130,11 @@ void wLogger::Append(const char* message, size_t length)
     QueryPerformanceCounter(&counter);
     uint64_t delta = static_cast<uint64_t>(counter.QuadPart - lastCounter) * 1000000 / static_cast<uint64_t>(frequency);
     lastCounter = counter.QuadPart;
-    if (delta >= 10000000000ull)
-        delta = 9999999999ull;
-    char prefix[64];
-    int prefixLength = snprintf(prefix, sizeof(prefix), "%02d:%02d:%02d.%03d %04llu.%03llu.%03llu ", now.wHour,
-                                now.wMinute, now.wSecond, now.wMilliseconds, delta / 1000000, delta / 1000 % 1000,
-                                delta % 1000);
+    std::string prefix = FormatLogPrefix(now, delta);
     if (echo)
-        Echo(std::string(prefix, static_cast<size_t>(prefixLength)), message, length);
+        Echo(prefix, message, length);
 
-    uint64_t entry = static_cast<uint64_t>(prefixLength) + length + 2;
+    uint64_t entry = prefix.size() + length + 2;
     EnterCriticalSection(Lock(lock));
     if (entry <= capacity - used) {
         auto put = [this](const void* data, size_t count) {
@@ -139,7 +145,7 @@ void wLogger::Append(const char* message, size_t length)
             memcpy(ring, bytes + first, count - first);
             used += static_cast<uint32_t>(count);
         };
-        put(prefix, static_cast<size_t>(prefixLength));
+        put(prefix.data(), prefix.size());
         put(message, length);
         put("\r\n", 2);
     } else {

@@ -14,6 +14,10 @@ void LogA(const char* format, ...);
 // Appends one entry from a wide printf-style format ("%s" takes a wide string).
 void LogW(const wchar_t* format, ...);
 
+// "hh:mm:ss.mmm ssss.mmm.uuu ": the local time, then the time since the previous entry,
+// clamped to 9999.999.999.
+std::string FormatLogPrefix(const _SYSTEMTIME& time, uint64_t elapsedMicros);
+
 class wLogger final : public wThread {
 public:
     static constexpr uint32_t kBufferSize = 0x40000;
