@@ -1,9 +1,7 @@
 // Process entry of VeyUpdater.
-#include "runtime/pool.h"
+#include "app/entry.h"
 
 int wmain(int argc, wchar_t** argv)
 {
-    PoolInit();
-    PoolDrain();
-    return 0;
+    return UpdaterMain(argc, argv);
 }

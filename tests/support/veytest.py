@@ -22,3 +22,45 @@ def run_windows(program, args=(), timeout=60, address_space_kib=None, cwd=None):
     done = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
                           timeout=timeout, preexec_fn=preexec, cwd=cwd)
     return done.returncode, done.stdout
+
+
+import glob
+import re
+import shutil
+
+LOG_PREFIX = re.compile(rb"^\d\d:\d\d:\d\d\.\d{3} \d{4}\.\d{3}\.\d{3} ")
+
+
+def make_app_folder(name, program="VeyUpdater.exe", source=None):
+    """A fresh folder under the work area holding a copy of the program; returns its path."""
+    folder = os.path.join(WORK, name)
+    shutil.rmtree(folder, ignore_errors=True)
+    os.makedirs(folder)
+    shutil.copy(os.path.join(source or BIN, program), folder)
+    return folder
+
+
+def read_log(folder, program="VeyUpdater.exe"):
+    """The messages of the one log file under folder/_logs, prefixes checked and removed."""
+    files = glob.glob(os.path.join(folder, "_logs", program + " ????-??-??.log"))
+    if len(files) != 1:
+        raise AssertionError(f"expected one log file, found {files}")
+    data = open(files[0], "rb").read()
+    if not data.startswith(b"\xef\xbb\xbf"):
+        raise AssertionError("log file does not start with a byte-order mark")
+    body = data[3:]
+    if not body.endswith(b"\r\n"):
+        raise AssertionError("log file does not end with CRLF")
+    messages = []
+    # Entries may hold CRLF themselves; every entry starts with a time prefix.
+    for entry in re.split(rb"\r\n(?=\d\d:\d\d:\d\d\.\d{3} \d{4}\.\d{3}\.\d{3} )", body[:-2]):
+        if not LOG_PREFIX.match(entry):
+            raise AssertionError(f"entry without prefix: {entry!r}")
+        messages.append(entry[26:].decode("utf-8"))
+    return messages
+
+
+def quote_argument(text):
+    """URL-encodes a JSON text the way a launcher would."""
+    from urllib.parse import quote
+    return quote(text, safe="")

@@ -1,0 +1,82 @@
+"""The real VeyUpdater.exe under Wine: the argument, the configuration lines and the domain ring."""
+import os
+import unittest
+
+from veytest import make_app_folder, quote_argument, read_log, run_windows
+
+BANNER = ["================================================================", "VeyUpdater version '1.10'"]
+
+
+class Entry(unittest.TestCase):
+    def run_updater(self, name, argument):
+        folder = make_app_folder(name)
+        code, _ = run_windows(os.path.join(folder, "VeyUpdater.exe"), [argument] if argument is not None else [])
+        self.assertEqual(code, 0)
+        return folder
+
+    def messages(self, folder, argument):
+        messages = read_log(folder)
+        self.assertEqual(messages[:2], BANNER)
+        self.assertTrue(messages[2].startswith("Command line is "), messages[2])
+        self.assertTrue(messages[2].endswith(argument), messages[2])
+        return messages[3:]
+
+    def test_no_argument_creates_nothing(self):
+        folder = self.run_updater("no-argument", None)
+        self.assertEqual(sorted(os.listdir(folder)), ["VeyUpdater.exe"])
+
+    def test_unparsable_argument(self):
+        argument = "%7B%22domains%22:"
+        folder = self.run_updater("unparsable", argument)
+        self.assertEqual(self.messages(folder, argument), ['Failed to parse JSON string. (1)\r\n{"domains":'])
+
+    def test_empty_and_numeric_domains_are_skipped(self):
+        argument = quote_argument('{"domains":["", 5, "127.0.0.1:1"], "pathAndQuery":"/m.json", "argOrg":"-x"}')
+        folder = self.run_updater("domains", argument)
+        self.assertEqual(self.messages(folder, argument), [
+            "domains: 127.0.0.1:1",
+            "pathAndQuery: /m.json",
+            "argOrg: -x",
+            "httpSharePort: 0",
+            "HTTP Getting... http://127.0.0.1:1/m.json",
+            "HTTP Response Status (0 None)",
+        ])
+
+    def test_port_of_70000_is_cut_to_16_bits(self):
+        # No domain, so nothing is sent and no broadcast is made whatever the port.
+        argument = quote_argument('{"domains":[], "pathAndQuery":"/m", "httpSharePort":70000}')
+        folder = self.run_updater("port-70000", argument)
+        self.assertEqual(self.messages(folder, argument),
+                         ["domains:", "pathAndQuery: ", "argOrg: ", "httpSharePort: 4464"])
+
+    def test_port_as_string_is_zero(self):
+        argument = quote_argument('{"pathAndQuery":"/m", "httpSharePort":"8090"}')
+        folder = self.run_updater("port-string", argument)
+        self.assertEqual(self.messages(folder, argument),
+                         ["domains:", "pathAndQuery: ", "argOrg: ", "httpSharePort: 0"])
+
+    def test_escapes_and_plus_decode_before_parsing(self):
+        argument = "%7B'argOrg':'a+b'}"
+        folder = self.run_updater("escapes", argument)
+        self.assertEqual(self.messages(folder, argument),
+                         ["domains:", "pathAndQuery: ", "argOrg: a b", "httpSharePort: 0"])
+
+    def test_each_unreachable_domain_is_tried_once_in_ring_order(self):
+        domains = ["127.0.0.1:1", "127.0.0.1:2", "127.0.0.1:3"]
+        argument = quote_argument('{"domains":["127.0.0.1:1","127.0.0.1:2","127.0.0.1:3"],"pathAndQuery":"/m"}')
+        folder = self.run_updater("three-unreachable", argument)
+        messages = self.messages(folder, argument)
+        self.assertEqual(messages[1:4], ["pathAndQuery: /m", "argOrg: ", "httpSharePort: 0"])
+        shuffled = messages[0].split(" ")[1:]
+        self.assertEqual(sorted(shuffled), domains)
+        tried = messages[4:]
+        self.assertEqual(len(tried), 6)
+        gets = [line[len("HTTP Getting... http://"):-len("/m")] for line in tried[0::2]]
+        self.assertEqual(tried[1::2], ["HTTP Response Status (0 None)"] * 3)
+        # The ring starts anywhere and wraps: a rotation of the shuffled order.
+        start = shuffled.index(gets[0])
+        self.assertEqual(gets, shuffled[start:] + shuffled[:start])
+
+
+if __name__ == "__main__":
+    unittest.main()
