@@ -1,11 +1,13 @@
 // FetchManifest: one GET of the manifest from one domain; a parsed JSON object ends the search.
 #include "app/manifest.h"
 #include "app/config.h"
+#include "app/execute.h"
 #include "http/request.h"
 #include "http/status.h"
 #include "json/value.h"
 #include "runtime/logger.h"
 #include "runtime/text.h"
+#include "share/digest.h"
 
 bool FetchManifest(const std::wstring& pathAndQuery, const std::wstring& domain)
 {
@@ -27,6 +29,70 @@ bool FetchManifest(const std::wstring& pathAndQuery, const std::wstring& domain)
         return false;
     }
     LogW(L"HTTP Response Content\r\n%s", manifest->Serialize(0, L"\r\n").c_str());
+    bool stop = ProcessManifest(*manifest);
     manifest->Release();
-    return true;
+    return stop;
+}
+
+namespace {
+
+const wJsonValue* Member(const wJsonObject& object, const wchar_t* key)
+{
+    auto found = object.Members().find(key);
+    return found == object.Members().end() ? nullptr : found->second;
+}
+
+// "s" as an unsigned 64-bit size: values from 2^63 up convert as unsigned; negative values, NaN
+// and values beyond 2^64 convert to the integer the processor gives them.
+uint64_t SizeFromNumber(double value)
+{
+    if (value >= 9223372036854775808.0 && value < 18446744073709551616.0)
+        return static_cast<uint64_t>(value);
+    if (value > -9223372036854775808.0 && value < 9223372036854775808.0)
+        return static_cast<uint64_t>(static_cast<int64_t>(value));
+    return 0x8000000000000000ull;
+}
+
+}  // namespace
+
+bool ProcessManifest(const wJsonObject& manifest)
+{
+    const wJsonArray* files = manifest.GetArray(L"files");
+    if (!files)
+        return true;
+    UpdaterConfig& config = *updaterConfig;
+    for (const wJsonValue* element : *files) {
+        if (element->type != wJsonType::object)
+            continue;
+        const auto& file = *static_cast<const wJsonObject*>(element);
+        const wJsonValue* n = Member(file, L"n");
+        const wJsonValue* h = Member(file, L"h");
+        const wJsonValue* s = Member(file, L"s");
+        if (!n || n->type != wJsonType::string || !h || h->type != wJsonType::string || !s ||
+            s->type != wJsonType::number)
+            continue;
+        UpdateItem item;
+        item.name = file.GetString(L"n");
+        for (auto& c : item.name)
+            if (c == L'/')
+                c = L'\\';
+        item.hash = file.GetString(L"h");
+        item.size = SizeFromNumber(static_cast<const wJsonNumber*>(s)->Value());
+        FileDigest local = HashFile(ProgramDirectory + item.name);
+        if (EqualsNoCase(local.hash, item.hash) && local.size == item.size)
+            continue;
+        item.localHash = local.hash;
+        item.localSize = local.size;
+        config.updateItems.push_back(std::move(item));
+    }
+    if (config.updateItems.empty()) {
+        LogA("Nothing to update!");
+        return true;
+    }
+    for (const UpdateItem& item : config.updateItems) {
+        std::wstring localSize = item.localSize == ~0ull ? L"_" : FormatByteSize(item.localSize);
+        LogW(L"(%s -> %s) (%s -> %s) (%s)", item.localHash.c_str(), item.hash.c_str(), localSize.c_str(),
+             FormatByteSize(item.size).c_str(), item.name.c_str());
+    }
+    return ExecuteUpdateItems(ProgramDirectory + L"_update", manifest);
 }

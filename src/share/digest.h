@@ -1,0 +1,19 @@
+// FileDigest: the SHA-1 and size of a local file, as the update compares them with the manifest.
+#pragma once
+#include <cstdint>
+#include <string>
+
+// The text of a digest that could not be made; it never equals a real digest.
+extern const wchar_t kNoDigest[];
+
+struct FileDigest {
+    std::wstring hash = kNoDigest;  // 40 upper-case hexadecimal digits, or 40 underscores
+    uint64_t size = 0;              // 0 for a missing file or a folder
+};
+
+// Files above this size are never hashed.
+constexpr uint64_t kMaxHashedSize = 0x10000000;
+
+// Reads the whole file in one piece and hashes it. Never fails: what cannot be read gives the
+// underscore text (with the real size when only the size is known).
+FileDigest HashFile(const std::wstring& path);

@@ -1,0 +1,31 @@
+// Verified downloads: one file of the manifest fetched from a list of hosts (peers or update
+// servers) into its place on disk, valid only when status, length, size and SHA-1 all agree.
+#pragma once
+#include "share/digest.h"
+
+#include <cstdint>
+#include <string>
+
+struct RandomPick;
+struct UpdateItem;
+
+struct DownloadRequest {
+    std::wstring destinationPath;
+    std::wstring urlPrefix;               // path prefix on update servers ("/" when none)
+    UpdateItem& item;                     // name, expected hash and size
+    const uint32_t& connectTimeoutOverride;  // 0 keeps the request's own time-out
+    const uint32_t& receiveTimeoutOverride;
+    FileDigest& digest;                   // refreshed after a download that passed the size checks
+    bool& done;                           // set when a download was valid
+};
+
+// Tries the hosts from the pick's index on, wrapping around; true when one delivered a valid
+// file. The index is left at the host that succeeded.
+bool DownloadFromSources(RandomPick& hosts, const DownloadRequest& request);
+// One attempt from one host; a configured update server that fails is dropped from the domains.
+bool DownloadFromHost(const DownloadRequest& request, const std::wstring& host);
+// Every byte outside A-Z a-z 0-9 * - _ . ~ becomes "%XX".
+std::string PercentEncode(const std::string& bytes);
+// The URL of an item on a host: servers get the prefix, peers serve names from the root.
+std::wstring DownloadUrl(const std::wstring& host, bool isServer, const std::wstring& urlPrefix,
+                         const std::wstring& name);
