@@ -52,7 +52,7 @@ void SkipJsonWhitespace(const wchar_t*& cursor)
 // State of one document's parse: the nesting depth and one work buffer for the text of every
 // string and key, so that reading a string costs neither a scan of the rest of the document
 // nor an allocation of its size.
-class JsonParser {
+class JsonReader {
 public:
     wJsonValue* ParseValue(const wchar_t*& cursor);
     wJsonObject* ParseObject(const wchar_t*& cursor);
@@ -78,7 +78,7 @@ private:
     int level = 0;
 };
 
-wJsonValue* JsonParser::ParseValue(const wchar_t*& cursor)
+wJsonValue* JsonReader::ParseValue(const wchar_t*& cursor)
 {
     SkipJsonWhitespace(cursor);
     if (StartsWith(cursor, L"true")) {
@@ -105,7 +105,7 @@ wJsonValue* JsonParser::ParseValue(const wchar_t*& cursor)
     return nullptr;
 }
 
-wJsonNumber* JsonParser::ParseNumber(const wchar_t*& cursor)
+wJsonNumber* JsonReader::ParseNumber(const wchar_t*& cursor)
 {
     SkipJsonWhitespace(cursor);
     double mantissa = 0.0;
@@ -135,7 +135,7 @@ wJsonNumber* JsonParser::ParseNumber(const wchar_t*& cursor)
     return wJsonNumber::Create(mantissa / divisor * sign);
 }
 
-wJsonArray* JsonParser::ParseArray(const wchar_t*& cursor)
+wJsonArray* JsonReader::ParseArray(const wchar_t*& cursor)
 {
     Nesting nesting(level);
     if (nesting.TooDeep())
@@ -164,7 +164,7 @@ wJsonArray* JsonParser::ParseArray(const wchar_t*& cursor)
     return nullptr;
 }
 
-wJsonObject* JsonParser::ParseObject(const wchar_t*& cursor)
+wJsonObject* JsonReader::ParseObject(const wchar_t*& cursor)
 {
     Nesting nesting(level);
     if (nesting.TooDeep())
@@ -205,14 +205,14 @@ wJsonObject* JsonParser::ParseObject(const wchar_t*& cursor)
     }
 }
 
-wJsonString* JsonParser::ParseString(const wchar_t*& cursor)
+wJsonString* JsonReader::ParseString(const wchar_t*& cursor)
 {
     if (!ReadText(cursor))
         return nullptr;
     return wJsonString::Create(text);
 }
 
-bool JsonParser::ReadText(const wchar_t*& cursor)
+bool JsonReader::ReadText(const wchar_t*& cursor)
 {
     SkipJsonWhitespace(cursor);
     wchar_t quote = *cursor;
@@ -275,18 +275,18 @@ bool JsonParser::ReadText(const wchar_t*& cursor)
 
 wJsonValue* wJsonValue::Parse(const wchar_t*& cursor)
 {
-    JsonParser parser;
+    JsonReader parser;
     return parser.ParseValue(cursor);
 }
 
 wJsonObject* wJsonObject::Parse(const wchar_t*& cursor)
 {
-    JsonParser parser;
+    JsonReader parser;
     return parser.ParseObject(cursor);
 }
 
 wJsonString* wJsonString::Parse(const wchar_t*& cursor)
 {
-    JsonParser parser;
+    JsonReader parser;
     return parser.ParseString(cursor);
 }

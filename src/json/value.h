@@ -69,7 +69,7 @@ public:
     std::wstring Serialize(int depth, const std::wstring& newline) const override;
 
 private:
-    friend class JsonParser;
+    friend class JsonReader;
     wJsonNull() : wJsonValue(wJsonType::null) {}
     static wJsonNull* Create();
 };
@@ -81,7 +81,7 @@ public:
     bool Value() const { return value != 0; }
 
 private:
-    friend class JsonParser;
+    friend class JsonReader;
     explicit wJsonBoolean(bool v) : wJsonValue(wJsonType::boolean), value(v ? 1 : 0) {}
     static wJsonBoolean* Create(bool v);
 
@@ -95,7 +95,7 @@ public:
     double Value() const { return value; }
 
 private:
-    friend class JsonParser;
+    friend class JsonReader;
     explicit wJsonNumber(double v) : wJsonValue(wJsonType::number), value(v) {}
     static wJsonNumber* Create(double v);
 
@@ -113,7 +113,7 @@ public:
     static wJsonString* Parse(const wchar_t*& cursor);
 
 private:
-    friend class JsonParser;
+    friend class JsonReader;
     wJsonString(wchar_t* buffer, size_t count) : wJsonValue(wJsonType::string), text(buffer), length(count) {}
     ~wJsonString() { delete[] text; }
     static wJsonString* Create(std::wstring_view text);
@@ -137,7 +137,7 @@ public:
     std::wstring GetString(uint32_t index) const;
 
 private:
-    friend class JsonParser;
+    friend class JsonReader;
     wJsonArray() : wJsonValue(wJsonType::array) {}
     ~wJsonArray();
     static wJsonArray* Create();
@@ -165,7 +165,7 @@ public:
     static wJsonObject* Parse(const wchar_t*& cursor);
 
 private:
-    friend class JsonParser;
+    friend class JsonReader;
     wJsonObject();
     ~wJsonObject();
     static wJsonObject* Create();
