@@ -1,6 +1,8 @@
 // The JSON writer: turns a value tree into indented text for the log. The output is for
 // people, not for parsing back: keys are written as stored, the apostrophe is escaped as \',
 // and the layout of arrays differs from that of objects so that logs keep their known form.
+// A container writes its whole subtree into one growing string: a string per child, copied
+// into its parent, would copy deeply nested text once for every level above it.
 #include "json/value.h"
 #include "runtime/text.h"
 
@@ -12,17 +14,8 @@ void Indent(std::wstring& out, int level)
         out += L"  ";
 }
 
-bool IsContainer(const wJsonValue* value)
+void AppendEscaped(std::wstring_view text, std::wstring& out)
 {
-    return value->type == wJsonType::array || value->type == wJsonType::object;
-}
-
-}  // namespace
-
-std::wstring EscapeJsonString(std::wstring_view text)
-{
-    std::wstring out;
-    out.reserve(text.size() * 2 + 4);
     out.push_back(L'"');
     for (wchar_t c : text) {
         switch (c) {
@@ -55,6 +48,90 @@ std::wstring EscapeJsonString(std::wstring_view text)
         }
     }
     out.push_back(L'"');
+}
+
+void Write(const wJsonValue& value, int depth, const std::wstring& newline, std::wstring& out);
+
+// Scalars stay on the bracket's line, each after a blank; containers start on their own
+// indented line. The closing bracket gets its own line only after an object.
+void WriteArray(const wJsonArray& array, int depth, const std::wstring& newline, std::wstring& out)
+{
+    if (array.Count() == 0) {
+        out += L"[]";
+        return;
+    }
+    out.push_back(L'[');
+    for (uint32_t i = 0; i < array.Count(); ++i) {
+        const wJsonValue& element = *array.At(i);
+        if (element.type == wJsonType::array || element.type == wJsonType::object) {
+            out += newline;
+            Indent(out, depth + 1);
+        } else {
+            out.push_back(L' ');
+        }
+        Write(element, depth + 1, newline, out);
+        if (i + 1 < array.Count()) {
+            out.push_back(L',');
+        } else if (element.type == wJsonType::object) {
+            out += newline;
+            Indent(out, depth);
+        } else {
+            out.push_back(L' ');
+        }
+    }
+    out.push_back(L']');
+}
+
+void WriteObject(const wJsonObject& object, int depth, const std::wstring& newline, std::wstring& out)
+{
+    if (object.Members().empty()) {
+        out += L"{}";
+        return;
+    }
+    out.push_back(L'{');
+    bool first = true;
+    for (const auto& member : object.Members()) {
+        if (!first)
+            out.push_back(L',');
+        first = false;
+        out += newline;
+        Indent(out, depth + 1);
+        out.push_back(L'"');
+        out += member.first;
+        out += L"\": ";
+        Write(*member.second, depth + 1, newline, out);
+    }
+    out += newline;
+    Indent(out, depth);
+    out.push_back(L'}');
+}
+
+void Write(const wJsonValue& value, int depth, const std::wstring& newline, std::wstring& out)
+{
+    if (value.type == wJsonType::array)
+        WriteArray(static_cast<const wJsonArray&>(value), depth, newline, out);
+    else if (value.type == wJsonType::object)
+        WriteObject(static_cast<const wJsonObject&>(value), depth, newline, out);
+    else if (value.type == wJsonType::string)
+        AppendEscaped(static_cast<const wJsonString&>(value).Text(), out);
+    else
+        out += value.Serialize(depth, newline);
+}
+
+std::wstring Written(const wJsonValue& value, int depth, const std::wstring& newline)
+{
+    std::wstring out;
+    Write(value, depth, newline, out);
+    return out;
+}
+
+}  // namespace
+
+std::wstring EscapeJsonString(std::wstring_view text)
+{
+    std::wstring out;
+    out.reserve(text.size() * 2 + 4);
+    AppendEscaped(text, out);
     return out;
 }
 
@@ -79,58 +156,12 @@ std::wstring wJsonString::Serialize(int, const std::wstring&) const
     return EscapeJsonString(Text());
 }
 
-// Scalars stay on the bracket's line, each after a blank; containers start on their own
-// indented line. The closing bracket gets its own line only after an object.
 std::wstring wJsonArray::Serialize(int depth, const std::wstring& newline) const
 {
-    if (count == 0)
-        return L"[]";
-    std::wstring out;
-    out.reserve(size_t(count) * 32);
-    out.push_back(L'[');
-    for (uint32_t i = 0; i < count; ++i) {
-        const wJsonValue* element = items[i];
-        if (IsContainer(element)) {
-            out += newline;
-            Indent(out, depth + 1);
-        } else {
-            out.push_back(L' ');
-        }
-        out += element->Serialize(depth + 1, newline);
-        if (i + 1 < count) {
-            out.push_back(L',');
-        } else if (element->type == wJsonType::object) {
-            out += newline;
-            Indent(out, depth);
-        } else {
-            out.push_back(L' ');
-        }
-    }
-    out.push_back(L']');
-    return out;
+    return Written(*this, depth, newline);
 }
 
 std::wstring wJsonObject::Serialize(int depth, const std::wstring& newline) const
 {
-    if (members->empty())
-        return L"{}";
-    std::wstring out;
-    out.reserve(members->size() * 32);
-    out.push_back(L'{');
-    bool first = true;
-    for (const auto& member : *members) {
-        if (!first)
-            out.push_back(L',');
-        first = false;
-        out += newline;
-        Indent(out, depth + 1);
-        out.push_back(L'"');
-        out += member.first;
-        out += L"\": ";
-        out += member.second->Serialize(depth + 1, newline);
-    }
-    out += newline;
-    Indent(out, depth);
-    out.push_back(L'}');
-    return out;
+    return Written(*this, depth, newline);
 }
