@@ -4,7 +4,9 @@
 
 #include <windows.h>
 
+#include <chrono>
 #include <cmath>
+#include <cstdio>
 #include <vector>
 
 namespace {
@@ -234,6 +236,30 @@ TEST_F(JsonParser, NegativeZeroKeepsItsSign)
     ASSERT_TRUE(value);
     EXPECT_EQ(NumberOf(value.get()), 0.0);
     EXPECT_TRUE(std::signbit(NumberOf(value.get())));
+}
+
+TEST_F(JsonParser, NumbersBeyondTheRangeOfADouble)
+{
+    std::wstring nines(400, L'9');
+    auto huge = ParseAny(nines);
+    ASSERT_TRUE(huge);
+    EXPECT_TRUE(std::isinf(NumberOf(huge.get())));
+    EXPECT_GT(NumberOf(huge.get()), 0.0);
+
+    auto negative = ParseAny(L"-" + nines);
+    ASSERT_TRUE(negative);
+    EXPECT_TRUE(std::isinf(NumberOf(negative.get())));
+    EXPECT_LT(NumberOf(negative.get()), 0.0);
+
+    // Mantissa and divisor both overflow.
+    auto neither = ParseAny(nines + L"." + nines);
+    ASSERT_TRUE(neither);
+    EXPECT_TRUE(std::isnan(NumberOf(neither.get())));
+
+    // Only the divisor overflows.
+    auto tiny = ParseAny(L"." + std::wstring(400, L'0') + L"1");
+    ASSERT_TRUE(tiny);
+    EXPECT_EQ(NumberOf(tiny.get()), 0.0);
 }
 
 TEST_F(JsonParser, NumbersWithoutDigitsFail)
@@ -466,4 +492,35 @@ TEST_F(JsonParser, DeepestDocumentFitsASmallThreadStack)
     CloseHandle(thread);
     EXPECT_EQ(code, 0u);
     EXPECT_GT(written, 0u);
+}
+
+TEST_F(JsonParser, LargeManifestParsesInLinearTime)
+{
+    const int entries = 50000;
+    std::wstring text = L"{\"urlPrefix\":\"http://updates.invalid/files/\",\"files\":[";
+    for (int i = 0; i < entries; ++i) {
+        wchar_t entry[160];
+        std::swprintf(entry, 160, L"%ls{\"n\":\"Program\\\\Plugins\\\\library_%05d.dll\",\"h\":\"%08X%032X\",\"s\":%d}",
+                      i ? L"," : L"", i, i, 0, i * 37 + 1000);
+        text += entry;
+    }
+    text += L"],\"exe\":\"app.exe\"}";
+    ASSERT_GT(text.size(), 5000000u);
+
+    auto started = std::chrono::steady_clock::now();
+    auto root = ParseDocument(text);
+    double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    ASSERT_TRUE(root);
+    std::printf("%zu code units, %d entries parsed in %.3f s\n", text.size(), entries, seconds);
+    // Scanning or copying the rest of the text for every string would take minutes here.
+    EXPECT_LT(seconds, 1.0);
+
+    const wJsonArray* files = root->GetArray(L"files");
+    ASSERT_NE(files, nullptr);
+    ASSERT_EQ(files->Count(), static_cast<uint32_t>(entries));
+    const auto* last = static_cast<const wJsonObject*>(files->At(entries - 1));
+    EXPECT_EQ(last->GetString(L"n"), L"Program\\Plugins\\library_49999.dll");
+    EXPECT_EQ(last->GetString(L"h"), L"0000C34F00000000000000000000000000000000");
+    EXPECT_EQ(NumberOf(Member(*last, L"s")), 49999.0 * 37 + 1000);
+    EXPECT_EQ(root->GetString(L"urlPrefix"), L"http://updates.invalid/files/");
 }
