@@ -13,32 +13,32 @@ namespace {
 
 constexpr uint32_t kOutOfMemory = 0x10353175;
 
-constexpr unsigned PoolClassOf(size_t bytes)
-{
-    unsigned sizeClass = 3;
-    while ((size_t(1) << sizeClass) < bytes)
-        ++sizeClass;
-    return sizeClass;
-}
-
 // Each value takes the smallest pool class that holds it. With 4-byte pointers (vtable
 // pointer and type in 8 bytes) that is 3, 4, 4, 4, 4 and 5 for null, boolean, number,
 // object, string and array; with 8-byte pointers the vtable pointer alone fills class 3,
-// giving 4, 4, 5, 5, 5 and 5. The checks keep a layout change from growing a value
-// into a larger class unnoticed.
+// giving 4, 4, 5, 5, 5 and 5.
 constexpr bool kWidePointers = sizeof(void*) == 8;
-static_assert(PoolClassOf(sizeof(wJsonNull)) == (kWidePointers ? 4 : 3), "wJsonNull outgrew its pool class");
-static_assert(PoolClassOf(sizeof(wJsonBoolean)) == 4, "wJsonBoolean outgrew its pool class");
-static_assert(PoolClassOf(sizeof(wJsonNumber)) == (kWidePointers ? 5 : 4), "wJsonNumber outgrew its pool class");
-static_assert(PoolClassOf(sizeof(wJsonObject)) == (kWidePointers ? 5 : 4), "wJsonObject outgrew its pool class");
-static_assert(PoolClassOf(sizeof(wJsonString)) == (kWidePointers ? 5 : 4), "wJsonString outgrew its pool class");
-static_assert(PoolClassOf(sizeof(wJsonArray)) == 5, "wJsonArray outgrew its pool class");
+template <typename T>
+constexpr unsigned kPoolClass = 0;
+template <>
+constexpr unsigned kPoolClass<wJsonNull> = kWidePointers ? 4 : 3;
+template <>
+constexpr unsigned kPoolClass<wJsonBoolean> = 4;
+template <>
+constexpr unsigned kPoolClass<wJsonNumber> = kWidePointers ? 5 : 4;
+template <>
+constexpr unsigned kPoolClass<wJsonObject> = kWidePointers ? 5 : 4;
+template <>
+constexpr unsigned kPoolClass<wJsonString> = kWidePointers ? 5 : 4;
+template <>
+constexpr unsigned kPoolClass<wJsonArray> = 5;
 
 template <typename T>
 void* AllocateValue()
 {
-    static_assert(sizeof(T) <= (size_t(1) << PoolClassOf(sizeof(T))), "value does not fit its pool class");
-    return PoolAlloc(PoolClassOf(sizeof(T)));
+    static_assert(sizeof(T) <= (size_t(1) << kPoolClass<T>), "value does not fit its pool class");
+    static_assert(kPoolClass<T> == 3 || sizeof(T) > (size_t(1) << (kPoolClass<T> - 1)), "value fits a smaller pool class");
+    return PoolAlloc(kPoolClass<T>);
 }
 
 }  // namespace
