@@ -59,14 +59,13 @@ public:
     wJsonString* ParseString(const wchar_t*& cursor);
 
 private:
-    // Counts the containers open around the one being read.
+    // One more level of nesting for as long as a container is being read.
     struct Nesting {
-        explicit Nesting(int& counter) : level(++counter), open(counter) {}
-        ~Nesting() { --open; }
-        bool TooDeep() const { return level > kJsonMaxDepth; }
+        explicit Nesting(int& counter) : depth(counter) { ++depth; }
+        ~Nesting() { --depth; }
+        bool TooDeep() const { return depth > kJsonMaxDepth; }
 
-        const int level;
-        int& open;
+        int& depth;
     };
 
     wJsonArray* ParseArray(const wchar_t*& cursor);
@@ -75,7 +74,7 @@ private:
     bool ReadText(const wchar_t*& cursor);
 
     std::wstring text;
-    int level = 0;
+    int depth = 0;
 };
 
 wJsonValue* JsonReader::ParseValue(const wchar_t*& cursor)
@@ -137,7 +136,7 @@ wJsonNumber* JsonReader::ParseNumber(const wchar_t*& cursor)
 
 wJsonArray* JsonReader::ParseArray(const wchar_t*& cursor)
 {
-    Nesting nesting(level);
+    Nesting nesting(depth);
     if (nesting.TooDeep())
         return nullptr;
     Owned<wJsonArray> array(wJsonArray::Create());
@@ -166,7 +165,7 @@ wJsonArray* JsonReader::ParseArray(const wchar_t*& cursor)
 
 wJsonObject* JsonReader::ParseObject(const wchar_t*& cursor)
 {
-    Nesting nesting(level);
+    Nesting nesting(depth);
     if (nesting.TooDeep())
         return nullptr;
     Owned<wJsonObject> object(wJsonObject::Create());
