@@ -1,7 +1,7 @@
 // JSON values held as a tree of pooled objects: the value classes, their lookups and
 // read-only walking, and the entry points of the parser (parser.cpp) and writer (writer.cpp).
-// A tree is built only by the parser; whoever receives the root owns it and frees the whole
-// tree with Release.
+// A tree is built only by the parser's JsonReader; whoever receives the root owns it and
+// frees the whole tree with Release.
 #pragma once
 #include <cstddef>
 #include <cstdint>
