@@ -9,12 +9,6 @@ std::wstring ProgramDirectory;
 
 namespace {
 
-const wJsonValue* Member(const wJsonObject& object, const wchar_t* key)
-{
-    auto found = object.Members().find(key);
-    return found == object.Members().end() ? nullptr : found->second;
-}
-
 // A JSON number as the port: converted to an integer, then cut to 16 bits. Values outside the
 // 64-bit range (and NaN) convert to the integer that the processor gives them, whose low 16
 // bits are 0.
@@ -46,7 +40,7 @@ UpdaterConfig* ReadConfig(const wJsonObject& argument, std::wstring& pathAndQuer
         pathAndQuery.clear();
     }
     config->argOrg = argument.GetString(L"argOrg");
-    const wJsonValue* port = Member(argument, L"httpSharePort");
+    const wJsonValue* port = argument.Get(L"httpSharePort");
     if (port && port->type == wJsonType::number)
         config->httpSharePort = PortFromNumber(static_cast<const wJsonNumber*>(port)->Value());
 
@@ -55,6 +49,14 @@ UpdaterConfig* ReadConfig(const wJsonObject& argument, std::wstring& pathAndQuer
     LogW(L"argOrg: %s", config->argOrg.c_str());
     LogW(L"httpSharePort: %u", static_cast<unsigned>(config->httpSharePort));
     return config;
+}
+
+std::wstring ManifestPath(std::wstring path)
+{
+    for (auto& c : path)
+        if (c == L'/')
+            c = L'\\';
+    return path;
 }
 
 std::wstring ComputeProgramDirectory()

@@ -27,14 +27,6 @@ std::vector<std::wstring> StringList(const wJsonObject& manifest, const wchar_t*
     return list;
 }
 
-std::wstring Backslashes(std::wstring path)
-{
-    for (auto& c : path)
-        if (c == L'/')
-            c = L'\\';
-    return path;
-}
-
 bool Exists(const std::wstring& path, bool& isFolder)
 {
     DWORD attributes = GetFileAttributesW(path.c_str());
@@ -105,7 +97,7 @@ void StartProgram(const wJsonObject& manifest)
     std::wstring exe = manifest.GetString(L"exe");
     if (exe.empty())
         return;
-    std::wstring application = ProgramDirectory + Backslashes(exe);
+    std::wstring application = ProgramDirectory + ManifestPath(exe);
     std::wstring commandLine = application;
     std::wstring arg = manifest.GetString(L"arg");
     if (!arg.empty())
@@ -160,7 +152,7 @@ bool ExecuteUpdateItems(const std::wstring& stagingDirectory, const wJsonObject&
     KillProcessByName(StringList(manifest, L"kill"));
 
     for (const std::wstring& entry : StringList(manifest, L"delete")) {
-        std::wstring path = ProgramDirectory + Backslashes(entry);
+        std::wstring path = ProgramDirectory + ManifestPath(entry);
         bool isFolder = false;
         if (!Exists(path, isFolder))
             continue;

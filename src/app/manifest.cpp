@@ -36,12 +36,6 @@ bool FetchManifest(const std::wstring& pathAndQuery, const std::wstring& domain)
 
 namespace {
 
-const wJsonValue* Member(const wJsonObject& object, const wchar_t* key)
-{
-    auto found = object.Members().find(key);
-    return found == object.Members().end() ? nullptr : found->second;
-}
-
 // "s" as an unsigned 64-bit size: values from 2^63 up convert as unsigned; negative values, NaN
 // and values beyond 2^64 convert to the integer the processor gives them.
 uint64_t SizeFromNumber(double value)
@@ -65,17 +59,14 @@ bool ProcessManifest(const wJsonObject& manifest)
         if (element->type != wJsonType::object)
             continue;
         const auto& file = *static_cast<const wJsonObject*>(element);
-        const wJsonValue* n = Member(file, L"n");
-        const wJsonValue* h = Member(file, L"h");
-        const wJsonValue* s = Member(file, L"s");
+        const wJsonValue* n = file.Get(L"n");
+        const wJsonValue* h = file.Get(L"h");
+        const wJsonValue* s = file.Get(L"s");
         if (!n || n->type != wJsonType::string || !h || h->type != wJsonType::string || !s ||
             s->type != wJsonType::number)
             continue;
         UpdateItem item;
-        item.name = file.GetString(L"n");
-        for (auto& c : item.name)
-            if (c == L'/')
-                c = L'\\';
+        item.name = ManifestPath(file.GetString(L"n"));
         item.hash = file.GetString(L"h");
         item.size = SizeFromNumber(static_cast<const wJsonNumber*>(s)->Value());
         FileDigest local = HashFile(ProgramDirectory + item.name);

@@ -161,12 +161,16 @@ void wJsonObject::Insert(std::wstring&& key, wJsonValue* value)
     }
 }
 
-const wJsonArray* wJsonObject::GetArray(const std::wstring& key) const
+const wJsonValue* wJsonObject::Get(const std::wstring& key) const
 {
     auto found = members->find(key);
-    if (found == members->end() || found->second->type != wJsonType::array)
-        return nullptr;
-    return static_cast<const wJsonArray*>(found->second);
+    return found == members->end() ? nullptr : found->second;
+}
+
+const wJsonArray* wJsonObject::GetArray(const std::wstring& key) const
+{
+    const wJsonValue* value = Get(key);
+    return value && value->type == wJsonType::array ? static_cast<const wJsonArray*>(value) : nullptr;
 }
 
 std::wstring wJsonObject::GetString(const std::wstring& key) const

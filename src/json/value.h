@@ -156,6 +156,8 @@ public:
 
     // The members in key order.
     const wJsonMembers& Members() const { return *members; }
+    // The member's value, or null when the key is absent.
+    const wJsonValue* Get(const std::wstring& key) const;
     // The member's value if it exists and is an array; otherwise null.
     const wJsonArray* GetArray(const std::wstring& key) const;
     // A copy of the member's text if it exists and is a string; otherwise empty.

@@ -1,0 +1,125 @@
+"""Servers that the Python-driven tests start on 127.0.0.1: Debian's nginx over a folder, and a
+scripted server that answers each request with the bytes a test chose."""
+import os
+import shutil
+import socket
+import subprocess
+import tempfile
+import threading
+import time
+
+NGINX = shutil.which("nginx") or "/usr/sbin/nginx"
+
+
+def free_port():
+    with socket.socket() as s:
+        s.bind(("127.0.0.1", 0))
+        return s.getsockname()[1]
+
+
+class Nginx:
+    """nginx serving `root` on 127.0.0.1; the access log records every request path."""
+
+    def __init__(self, root):
+        self.root = os.path.abspath(root)
+        self.port = free_port()
+        self.folder = tempfile.mkdtemp(prefix="vey-nginx-")
+        self.access_log = os.path.join(self.folder, "access.log")
+        config = os.path.join(self.folder, "nginx.conf")
+        with open(config, "w") as f:
+            f.write(f"""daemon off;
+master_process off;
+pid {self.folder}/nginx.pid;
+error_log {self.folder}/error.log;
+events {{ worker_connections 64; }}
+http {{
+    types {{ }}
+    default_type application/octet-stream;
+    client_body_temp_path {self.folder}/body;
+    proxy_temp_path {self.folder}/proxy;
+    fastcgi_temp_path {self.folder}/fastcgi;
+    uwsgi_temp_path {self.folder}/uwsgi;
+    scgi_temp_path {self.folder}/scgi;
+    log_format plain '$request $status';
+    access_log {self.access_log} plain;
+    server {{
+        listen 127.0.0.1:{self.port};
+        root {self.root};
+    }}
+}}
+""")
+        self.process = subprocess.Popen([NGINX, "-p", self.folder, "-c", config], stdin=subprocess.DEVNULL,
+                                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        deadline = time.time() + 10
+        while time.time() < deadline:
+            try:
+                socket.create_connection(("127.0.0.1", self.port), timeout=1).close()
+                return
+            except OSError:
+                time.sleep(0.02)
+        self.stop()
+        raise RuntimeError("nginx did not start")
+
+    @property
+    def domain(self):
+        return f"127.0.0.1:{self.port}"
+
+    def requests(self):
+        """The logged request lines, such as "GET /m.json HTTP/1.1 200"."""
+        try:
+            return open(self.access_log).read().splitlines()
+        except FileNotFoundError:
+            return []
+
+    def stop(self):
+        self.process.terminate()
+        try:
+            self.process.wait(10)
+        except subprocess.TimeoutExpired:
+            self.process.kill()
+        shutil.rmtree(self.folder, ignore_errors=True)
+
+
+class ScriptedServer:
+    """Answers every connection with `answer(request_head)` (bytes) and closes; records the heads."""
+
+    def __init__(self, answer):
+        self.answer = answer
+        self.heads = []
+        self.listener = socket.socket()
+        self.listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+        self.listener.bind(("127.0.0.1", 0))
+        self.listener.listen(16)
+        self.port = self.listener.getsockname()[1]
+        self.thread = threading.Thread(target=self.serve, daemon=True)
+        self.thread.start()
+
+    @property
+    def domain(self):
+        return f"127.0.0.1:{self.port}"
+
+    def serve(self):
+        while True:
+            try:
+                connection, _ = self.listener.accept()
+            except OSError:
+                return
+            with connection:
+                head = b""
+                connection.settimeout(5)
+                try:
+                    while b"\r\n\r\n" not in head:
+                        data = connection.recv(65536)
+                        if not data:
+                            break
+                        head += data
+                    self.heads.append(head)
+                    connection.sendall(self.answer(head))
+                except OSError:
+                    pass
+
+    def paths(self):
+        return [head.split(b" ")[1].decode() for head in self.heads if head.count(b" ") >= 2]
+
+    def stop(self):
+        self.listener.close()
