@@ -23,19 +23,19 @@ struct IocpPort {
     WorkerRecord* list = nullptr;
 } iocp;
 
-DWORD WINAPI WorkerLoop(void*)
+DWORD WINAPI WorkerLoop(void* port)
 {
     SetThreadName("_wIocp");
     for (;;) {
         DWORD bytes = 0;
         ULONG_PTR key = 0;
         OVERLAPPED* overlapped = nullptr;
-        BOOL ok = GetQueuedCompletionStatus(iocp.port, &bytes, &key, &overlapped, INFINITE);
-        if (!ok) {
-            if (!overlapped)
-                return 0;
+        BOOL ok = GetQueuedCompletionStatus(port, &bytes, &key, &overlapped, INFINITE);
+        // No request with the wake-up: the port was closed, or shutdown posted an empty packet.
+        if (!overlapped)
+            return 0;
+        if (!ok)
             reinterpret_cast<IoRequest*>(overlapped)->error = GetLastError();
-        }
         if (InterlockedIncrement(&iocp.busy) == iocp.workers)
             IocpAddWorker();
         reinterpret_cast<IoRequest*>(overlapped)->transferred = bytes;
@@ -63,7 +63,7 @@ void IocpAddWorker()
     if (!TryEnterCriticalSection(&iocp.lock))
         return;
     if (iocp.port) {
-        HANDLE thread = CreateThread(nullptr, 0, WorkerLoop, nullptr, 0, nullptr);
+        HANDLE thread = CreateThread(nullptr, 0, WorkerLoop, iocp.port, 0, nullptr);
         if (!thread)
             FatalError(0x12389597);
         auto* record = static_cast<WorkerRecord*>(PoolAlloc(PoolClassFor(sizeof(WorkerRecord))));
@@ -77,11 +77,15 @@ void IocpAddWorker()
 
 void IocpShutdown()
 {
-    HANDLE port = iocp.port;
-    CloseHandle(port);
     EnterCriticalSection(&iocp.lock);
+    HANDLE port = iocp.port;
     iocp.port = nullptr;
     LeaveCriticalSection(&iocp.lock);
+    // Closing the port does not wake blocked waiters under Wine, so each worker also gets an
+    // empty packet, taken after the work queued before it.
+    for (long i = 0; i < iocp.workers; ++i)
+        PostQueuedCompletionStatus(port, 0, 0, nullptr);
+    CloseHandle(port);
     while (WorkerRecord* record = iocp.list) {
         WaitForSingleObject(record->thread, INFINITE);
         CloseHandle(record->thread);
