@@ -13,7 +13,8 @@ void HttpUrl::Clear()
     queryParams.clear();
 }
 
-bool HttpUrl::Parse(const std::wstring& text)
+// `text` is a copy, so that a caller may pass this record's own `url`.
+bool HttpUrl::Parse(std::wstring text)
 {
     Clear();
     url = text;

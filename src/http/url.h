@@ -19,6 +19,6 @@ struct HttpUrl {
 
     // Clears the record and fills it from `text`; false when the URL cannot be used
     // (the fields filled so far are then kept).
-    bool Parse(const std::wstring& text);
+    bool Parse(std::wstring text);
     void Clear();
 };

@@ -4,6 +4,7 @@
 #include "http/script_server.h"
 #include "runtime/clock.h"
 
+#include <algorithm>
 #include <cstring>
 #include <fstream>
 #include <iterator>

@@ -217,3 +217,14 @@ TEST(HttpUrl, ClearAndCopy)
     EXPECT_TRUE(u.queryParams.empty());
     EXPECT_EQ(copy.queryParams.size(), 2u);
 }
+
+TEST(HttpUrl, ParsingItsOwnUrlAgainKeepsIt)
+{
+    HttpUrl u;
+    ASSERT_TRUE(u.Parse(L"http://h:81/p?a=1"));
+    ASSERT_TRUE(u.Parse(u.url));
+    EXPECT_EQ(u.url, L"http://h:81/p?a=1");
+    EXPECT_EQ(u.host, L"h");
+    EXPECT_EQ(u.port, 81u);
+    EXPECT_EQ(u.queryParams[L"a"], L"1");
+}

@@ -584,6 +584,21 @@ TEST(HttpWire, ResultsOfTheLastRunAreClearedByTheNext)
     EXPECT_TRUE(request.responseHeaders.empty());
 }
 
+TEST(HttpWire, ExecuteAgainWithItsOwnUrl)
+{
+    ScriptServer server;
+    server.Start({Send(Ok("one")), Send(Ok("two"))});
+    HttpRequest request;
+    request.Execute(server.Url(L"/same?k=v"));
+    EXPECT_EQ(Body(request), "one");
+    request.Execute(request.url.url);
+    EXPECT_EQ(request.status, 200u);
+    EXPECT_EQ(Body(request), "two");
+    const auto& requests = server.Finish();
+    ASSERT_EQ(requests.size(), 2u);
+    EXPECT_EQ(requests[0], requests[1]);
+}
+
 TEST(HttpWire, BodyToFileIsWrittenExactly)
 {
     std::string body = RandomBytes(1024 * 1024 + 123, 7);
