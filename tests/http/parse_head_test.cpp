@@ -36,7 +36,7 @@ std::string ReadFile(const std::wstring& path)
 
 }  // namespace
 
-TEST(ParseHead, IncompleteHeadWaits)
+TEST(HttpParseHead, IncompleteHeadWaits)
 {
     HttpRequest request;
     EXPECT_EQ(Parse(request, ""), 0);
@@ -45,13 +45,13 @@ TEST(ParseHead, IncompleteHeadWaits)
     EXPECT_EQ(request.workStatus, 0u);
 }
 
-TEST(ParseHead, NewlineOnlyHeadNeverCompletes)
+TEST(HttpParseHead, NewlineOnlyHeadNeverCompletes)
 {
     HttpRequest request;
     EXPECT_EQ(Parse(request, "HTTP/1.1 200 OK\nContent-Length: 0\n\nbody\n\n\n"), 0);
 }
 
-TEST(ParseHead, CompleteHeadReturnsItsLength)
+TEST(HttpParseHead, CompleteHeadReturnsItsLength)
 {
     HttpRequest request;
     std::string head = "HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\n";
@@ -63,7 +63,7 @@ TEST(ParseHead, CompleteHeadReturnsItsLength)
     EXPECT_EQ(request.chunked, 0);
 }
 
-TEST(ParseHead, ContentLengthZeroTakesNoBlock)
+TEST(HttpParseHead, ContentLengthZeroTakesNoBlock)
 {
     HttpRequest request;
     EXPECT_GT(Parse(request, "HTTP/1.1 204 No Content\r\nContent-Length: 0\r\n\r\n"), 0);
@@ -72,7 +72,7 @@ TEST(ParseHead, ContentLengthZeroTakesNoBlock)
     EXPECT_EQ(request.workBody, nullptr);
 }
 
-TEST(ParseHead, NoContentLengthExpectsForever)
+TEST(HttpParseHead, NoContentLengthExpectsForever)
 {
     HttpRequest request;
     EXPECT_GT(Parse(request, "HTTP/1.0 200 OK\r\n\r\n"), 0);
@@ -80,7 +80,7 @@ TEST(ParseHead, NoContentLengthExpectsForever)
     EXPECT_EQ(request.workBody, nullptr);
 }
 
-TEST(ParseHead, StatusLine)
+TEST(HttpParseHead, StatusLine)
 {
     HttpRequest request;
     EXPECT_GT(Parse(request, "http/1.0 404 Not Found\r\n\r\n"), 0);
@@ -97,7 +97,7 @@ TEST(ParseHead, StatusLine)
     EXPECT_EQ(request.workStatus, 200u);
 }
 
-TEST(ParseHead, MalformedStatusLineIsRefused)
+TEST(HttpParseHead, MalformedStatusLineIsRefused)
 {
     HttpRequest request;
     EXPECT_EQ(Parse(request, "HTTP/1.1\r\n\r\n"), -1);
@@ -108,13 +108,13 @@ TEST(ParseHead, MalformedStatusLineIsRefused)
     EXPECT_EQ(Parse(request, " \t\r\n\r\n"), -1);
 }
 
-TEST(ParseHead, HeaderLineWithoutColonIsRefused)
+TEST(HttpParseHead, HeaderLineWithoutColonIsRefused)
 {
     HttpRequest request;
     EXPECT_EQ(Parse(request, "HTTP/1.1 200 OK\r\nContent-Length 5\r\n\r\n"), -1);
 }
 
-TEST(ParseHead, HeadersAreTrimmedAndTheLastOfANameWins)
+TEST(HttpParseHead, HeadersAreTrimmedAndTheLastOfANameWins)
 {
     HttpRequest request;
     EXPECT_GT(Parse(request, "HTTP/1.1 200 OK\r\n  X-Name \t:  a: b  \r\nx-name: second\r\nEmpty:\r\n: nameless\r\n\r\n"),
@@ -125,14 +125,14 @@ TEST(ParseHead, HeadersAreTrimmedAndTheLastOfANameWins)
     EXPECT_EQ(request.workHeaders[L""], L"nameless");
 }
 
-TEST(ParseHead, ContentLengthNameIgnoresCase)
+TEST(HttpParseHead, ContentLengthNameIgnoresCase)
 {
     HttpRequest request;
     EXPECT_GT(Parse(request, "HTTP/1.1 200 OK\r\ncontent-length: 3\r\n\r\n"), 0);
     EXPECT_EQ(request.expected, 3);
 }
 
-TEST(ParseHead, ContentLengthMustPrintBackExactly)
+TEST(HttpParseHead, ContentLengthMustPrintBackExactly)
 {
     for (const char* value : {"03", "+5", "0x10", "5 kB", "-1", "-0", "", "1.0", "99999999999999999999"}) {
         HttpRequest request;
@@ -147,7 +147,7 @@ TEST(ParseHead, ContentLengthMustPrintBackExactly)
     EXPECT_EQ(request.workBody, nullptr);
 }
 
-TEST(ParseHead, MemoryBodyIsBoundedAndFileBodyIsNot)
+TEST(HttpParseHead, MemoryBodyIsBoundedAndFileBodyIsNot)
 {
     HttpRequest memory;
     EXPECT_EQ(Parse(memory, "HTTP/1.1 200 OK\r\nContent-Length: 268435457\r\n\r\n"), -1);
@@ -162,7 +162,7 @@ TEST(ParseHead, MemoryBodyIsBoundedAndFileBodyIsNot)
     EXPECT_EQ(file.workBody, nullptr);
 }
 
-TEST(ParseHead, MemoryBodyAtTheBoundIsAccepted)
+TEST(HttpParseHead, MemoryBodyAtTheBoundIsAccepted)
 {
     HttpRequest request;
     EXPECT_GT(Parse(request, "HTTP/1.1 200 OK\r\nContent-Length: 268435456\r\n\r\n"), 0);
@@ -172,7 +172,7 @@ TEST(ParseHead, MemoryBodyAtTheBoundIsAccepted)
     PoolDrain();
 }
 
-TEST(ParseHead, MemoryBlockIsTheNextPowerOfTwo)
+TEST(HttpParseHead, MemoryBlockIsTheNextPowerOfTwo)
 {
     HttpRequest request;
     EXPECT_GT(Parse(request, "HTTP/1.1 200 OK\r\nContent-Length: 5000\r\n\r\n"), 0);
@@ -182,7 +182,7 @@ TEST(ParseHead, MemoryBlockIsTheNextPowerOfTwo)
     request.workBody = nullptr;
 }
 
-TEST(ParseHead, HeadRequestTakesNoBodyBlock)
+TEST(HttpParseHead, HeadRequestTakesNoBodyBlock)
 {
     HttpRequest request;
     request.headOnly = 1;
@@ -191,7 +191,7 @@ TEST(ParseHead, HeadRequestTakesNoBodyBlock)
     EXPECT_EQ(request.workBody, nullptr);
 }
 
-TEST(ParseHead, DeflateIsRefusedAnyCase)
+TEST(HttpParseHead, DeflateIsRefusedAnyCase)
 {
     HttpRequest request;
     EXPECT_EQ(Parse(request, "HTTP/1.1 200 OK\r\nContent-Encoding: DEFLATE\r\nTransfer-Encoding: chunked\r\n\r\n"), -1);
@@ -199,7 +199,7 @@ TEST(ParseHead, DeflateIsRefusedAnyCase)
     EXPECT_EQ(request.chunked, 0);  // not looked at once refused
 }
 
-TEST(ParseHead, OtherEncodingsPass)
+TEST(HttpParseHead, OtherEncodingsPass)
 {
     HttpRequest request;
     EXPECT_GT(Parse(request, "HTTP/1.1 200 OK\r\nContent-Encoding: gzip\r\nContent-Length: 0\r\n\r\n"), 0);
@@ -208,14 +208,14 @@ TEST(ParseHead, OtherEncodingsPass)
     EXPECT_EQ(request.chunked, 0);
 }
 
-TEST(ParseHead, ChunkedIsRefusedAnyCase)
+TEST(HttpParseHead, ChunkedIsRefusedAnyCase)
 {
     HttpRequest request;
     EXPECT_EQ(Parse(request, "HTTP/1.1 200 OK\r\nTransfer-Encoding: Chunked\r\n\r\n"), -1);
     EXPECT_EQ(request.chunked, 1);
 }
 
-TEST(ParseHead, Utf8AndStrayBytes)
+TEST(HttpParseHead, Utf8AndStrayBytes)
 {
     HttpRequest request;
     const char text[] = "HTTP/1.1 200 OK\r\nX-Text: caf\xC3\xA9\r\nX-Bad: \xFF\xFE\x80\r\nX-Nul: a\0b\r\n\r\n";
@@ -225,7 +225,7 @@ TEST(ParseHead, Utf8AndStrayBytes)
     EXPECT_EQ(request.workHeaders[L"x-nul"], std::wstring(L"a\0b", 3));
 }
 
-TEST(TakeBody, StopsAtTheAnnouncedLength)
+TEST(HttpTakeBody, StopsAtTheAnnouncedLength)
 {
     HttpRequest request;
     ASSERT_GT(Parse(request, "HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\n"), 0);
@@ -238,7 +238,7 @@ TEST(TakeBody, StopsAtTheAnnouncedLength)
     request.workBody = nullptr;
 }
 
-TEST(TakeBody, WithoutLengthCountsButKeepsNothing)
+TEST(HttpTakeBody, WithoutLengthCountsButKeepsNothing)
 {
     HttpRequest request;
     ASSERT_GT(Parse(request, "HTTP/1.1 200 OK\r\n\r\n"), 0);
@@ -247,7 +247,7 @@ TEST(TakeBody, WithoutLengthCountsButKeepsNothing)
     EXPECT_EQ(request.workBody, nullptr);
 }
 
-TEST(TakeBody, KeepsTheRateMeterWithoutALimit)
+TEST(HttpTakeBody, KeepsTheRateMeterWithoutALimit)
 {
     HttpRequest request;
     ASSERT_GT(Parse(request, "HTTP/1.1 200 OK\r\n\r\n"), 0);
@@ -256,7 +256,7 @@ TEST(TakeBody, KeepsTheRateMeterWithoutALimit)
     EXPECT_EQ(request.rateSum + request.rateSlotBytes, 6u);
 }
 
-TEST(TakeBody, RateLimitAdmitsThreeSecondsOfCreditAtOnce)
+TEST(HttpTakeBody, RateLimitAdmitsThreeSecondsOfCreditAtOnce)
 {
     HttpRequest request;
     request.rateActiveLimit = 1000;
@@ -266,7 +266,7 @@ TEST(TakeBody, RateLimitAdmitsThreeSecondsOfCreditAtOnce)
     EXPECT_LE(request.rateSum + request.rateSlotBytes, 3000u);
 }
 
-TEST(TakeBody, WritesTheFileAtItsOffsets)
+TEST(HttpTakeBody, WritesTheFileAtItsOffsets)
 {
     std::wstring path = TempPath(L"vey_take_body_");
     {
@@ -283,7 +283,7 @@ TEST(TakeBody, WritesTheFileAtItsOffsets)
     DeleteFileW(path.c_str());
 }
 
-TEST(TakeBody, FileThatCannotBeOpenedFails)
+TEST(HttpTakeBody, FileThatCannotBeOpenedFails)
 {
     HttpRequest request;
     request.outputPath = TempPath(L"vey_missing_dir_") + L"\\sub\\out.bin";

@@ -194,7 +194,7 @@ TEST(HttpRequest, UnknownHostEndsWithStatusZero)
     EXPECT_EQ(request.target.host, L"missing.test");
 }
 
-TEST(ResolveHost, NumericIPv4)
+TEST(HttpResolveHost, NumericIPv4)
 {
     long long before = PoolOutstanding();
     HostAddressList list = ResolveHost(L"127.0.0.1");
@@ -213,7 +213,7 @@ TEST(ResolveHost, NumericIPv4)
     EXPECT_EQ(PoolOutstanding(), before);
 }
 
-TEST(ResolveHost, NumericIPv6)
+TEST(HttpResolveHost, NumericIPv6)
 {
     HostAddressList list = ResolveHost(L"::1");
     ASSERT_GE(list.count, 1u);
@@ -222,7 +222,7 @@ TEST(ResolveHost, NumericIPv6)
     FreeHostAddresses(list);
 }
 
-TEST(ResolveHost, KeepsTheResolverOrderInADoublyLinkedList)
+TEST(HttpResolveHost, KeepsTheResolverOrderInADoublyLinkedList)
 {
     FakeResolver resolver;
     ASSERT_TRUE(resolver.Active());
@@ -236,7 +236,7 @@ TEST(ResolveHost, KeepsTheResolverOrderInADoublyLinkedList)
     FreeHostAddresses(list);
 }
 
-TEST(ResolveHost, FailedLookupGivesAnEmptyList)
+TEST(HttpResolveHost, FailedLookupGivesAnEmptyList)
 {
     FakeResolver resolver;
     ASSERT_TRUE(resolver.Active());
@@ -246,7 +246,7 @@ TEST(ResolveHost, FailedLookupGivesAnEmptyList)
     EXPECT_EQ(list.tail, nullptr);
 }
 
-TEST(WaitSocket, TimeOutIsTrueWithNothingReady)
+TEST(HttpWaitSocket, TimeOutIsTrueWithNothingReady)
 {
     SOCKET s = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
     sockaddr_in address{};
@@ -261,7 +261,7 @@ TEST(WaitSocket, TimeOutIsTrueWithNothingReady)
     closesocket(s);
 }
 
-TEST(WaitSocket, ReportsReadable)
+TEST(HttpWaitSocket, ReportsReadable)
 {
     SOCKET listener = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
     sockaddr_in address{};
@@ -280,7 +280,7 @@ TEST(WaitSocket, ReportsReadable)
     closesocket(listener);
 }
 
-TEST(WaitSocket, FailsForAnInvalidSocket)
+TEST(HttpWaitSocket, FailsForAnInvalidSocket)
 {
     bool readable = false;
     EXPECT_FALSE(WaitSocket(static_cast<uintptr_t>(INVALID_SOCKET), 10, &readable, nullptr, nullptr));
