@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr size_t kReceiveBufferSize = 32768;
-
 // Windows 7 SP1 and later can mark a socket handle not inheritable.
 bool CanClearInherit()
 {
@@ -42,12 +40,12 @@ bool HttpRequest::OpenSocket()
 {
     HostAddressList list = ResolveHost(target.host);
     int family = AF_UNSPEC;
-    for (HostAddress* node = list.head; node; node = node->next) {
-        family = reinterpret_cast<sockaddr*>(node->address)->sa_family;
-        if (family == AF_INET || family == AF_INET6) {
+    for (HostAddress* node = list.head; node && family == AF_UNSPEC; node = node->next) {
+        int candidate = reinterpret_cast<sockaddr*>(node->address)->sa_family;
+        if (candidate == AF_INET || candidate == AF_INET6) {
+            family = candidate;
             addressLength = family == AF_INET ? sizeof(sockaddr_in) : sizeof(sockaddr_in6);
             std::memcpy(address, node->address, static_cast<size_t>(addressLength));
-            break;
         }
     }
     FreeHostAddresses(list);

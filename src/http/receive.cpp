@@ -6,17 +6,13 @@
 #include <winsock2.h>
 #include <cstring>
 
-namespace {
-constexpr size_t kBufferSize = 32768;
-}
-
 void HttpRequest::Receive(char* buffer)
 {
     SOCKET s = static_cast<SOCKET>(socket);
     size_t fill = 0;
     bool inHead = true;
     for (;;) {
-        int got = recv(s, buffer + fill, static_cast<int>(kBufferSize - fill), 0);
+        int got = recv(s, buffer + fill, static_cast<int>(kReceiveBufferSize - fill), 0);
         if (got == 0)
             return;
         if (got < 0) {

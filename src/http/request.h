@@ -87,6 +87,8 @@ public:
     HttpUrl target;                 // the URL of this pass; differs from url after a redirect
 
 private:
+    static constexpr size_t kReceiveBufferSize = 32768;
+
     void ClearResults();
     void Transfer(HttpUrl next);
     bool OpenSocket();
