@@ -5,6 +5,7 @@
 #include "runtime/clock.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <iterator>

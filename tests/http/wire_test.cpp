@@ -9,6 +9,7 @@
 #include "runtime/pool.h"
 
 #include <atomic>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -635,6 +636,21 @@ TEST(HttpWire, BodyToFileAfterAPauseAndTheHandleIsClosed)
     EXPECT_FALSE(request.file.IsOpen());
     EXPECT_EQ(ReadFile(path), body);
     EXPECT_TRUE(DeleteFileW(path.c_str()));  // closed before Execute returned
+}
+
+TEST(HttpWire, RedirectBodyInTheOutputFileIsReplacedByTheFinalBody)
+{
+    std::wstring path = TempPath(L"vey_redirect_");
+    ScriptServer server;
+    std::string moved = "HTTP/1.1 302 Found\r\nLocation: " + WideToUtf8(server.Url(L"/final")) +
+                        "\r\nContent-Length: 26\r\n\r\nabcdefghijklmnopqrstuvwxyz";
+    server.Start({Send(moved), Send(Ok("final"))});
+    HttpRequest request;
+    request.outputPath = path;
+    request.Execute(server.Url(L"/"));
+    EXPECT_EQ(request.status, 200u);
+    EXPECT_EQ(ReadFile(path), "final");
+    DeleteFileW(path.c_str());
 }
 
 TEST(HttpWire, EmptyBodyToFileCreatesAnEmptyFile)
