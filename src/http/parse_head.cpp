@@ -1,0 +1,63 @@
+// The response-head parser: status line, header lines, and the rules that refuse a response
+// (no valid "Content-Length" print-back, "deflate", "chunked", a memory body too large to hold).
+#include "http/request.h"
+#include "runtime/pool.h"
+
+#include <string_view>
+
+namespace {
+
+// A body kept in memory takes one pooled block of the next power of two, allocated up front from
+// the announced length. 256 MiB, the largest file the program ever hashes, keeps that block within
+// the pool's classes and stops a hostile length from exhausting memory. Bodies written to a file
+// have no bound.
+constexpr int64_t kMaxMemoryBody = 256 * 1024 * 1024;
+
+}  // namespace
+
+int64_t HttpRequest::ParseHead(const char* bytes, size_t count)
+{
+    size_t end = std::string_view(bytes, count).find("\r\n\r\n");
+    if (end == std::string_view::npos)
+        return 0;
+    end += 4;
+
+    auto lines = SplitText(Utf8ToWide(bytes, static_cast<ptrdiff_t>(end)), L"\r\n", false, true);
+    if (lines.empty())
+        return -1;
+    auto statusLine = SplitText(lines[0], L" ", false, true);
+    if (statusLine.size() < 2 || statusLine[0].size() < 5 || !EqualsNoCase(statusLine[0].substr(0, 5), L"HTTP/"))
+        return -1;
+    workStatus = static_cast<uint32_t>(ParseInteger(statusLine[1], 0));
+
+    for (size_t i = 1; i < lines.size(); ++i) {
+        size_t colon = lines[i].find(L':');
+        if (colon == std::wstring::npos)
+            return -1;
+        workHeaders[TrimText(lines[i].substr(0, colon))] = TrimText(lines[i].substr(colon + 1));
+    }
+
+    auto length = workHeaders.find(L"Content-Length");
+    if (length != workHeaders.end()) {
+        expected = ParseInteger(length->second, 0);
+        if (expected < 0 || FormatW(L"%lld", expected) != length->second)
+            return -1;
+        if (expected > 0 && outputPath.empty() && !headOnly) {
+            if (expected > kMaxMemoryBody)
+                return -1;
+            workBody = PoolAlloc(PoolClassFor(static_cast<uint64_t>(expected)));
+        }
+    } else {
+        expected = INT64_MAX;
+    }
+
+    auto encoding = workHeaders.find(L"Content-Encoding");
+    deflate = encoding != workHeaders.end() && EqualsNoCase(encoding->second, L"deflate");
+    if (deflate)
+        return -1;
+    auto transfer = workHeaders.find(L"Transfer-Encoding");
+    chunked = transfer != workHeaders.end() && EqualsNoCase(transfer->second, L"chunked");
+    if (chunked)
+        return -1;
+    return static_cast<int64_t>(end);
+}
