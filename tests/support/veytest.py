@@ -45,7 +45,8 @@ def read_log(folder, program="VeyUpdater.exe"):
     files = glob.glob(os.path.join(folder, "_logs", program + " ????-??-??.log"))
     if len(files) != 1:
         raise AssertionError(f"expected one log file, found {files}")
-    data = open(files[0], "rb").read()
+    with open(files[0], "rb") as f:
+        data = f.read()
     if not data.startswith(b"\xef\xbb\xbf"):
         raise AssertionError("log file does not start with a byte-order mark")
     body = data[3:]
