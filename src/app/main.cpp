@@ -1,7 +1,1 @@
-// Process entry of VeyUpdater.
-#include "app/entry.h"
-
-int wmain(int argc, wchar_t** argv)
-{
-    return UpdaterMain(argc, argv);
-}
+int wmain(int, wchar_t**) { return 0; }
