@@ -1,0 +1,161 @@
+// Service and process control: net.exe runs, closing and terminating processes by executable
+// name, the named-pipe signal, and whole-folder creation and deletion through the shell.
+#include "app/control.h"
+
+#include "runtime/logger.h"
+#include "runtime/text.h"
+
+#include <windows.h>
+#include <shellapi.h>
+#include <shlobj.h>
+#include <tlhelp32.h>
+
+#include <cwchar>
+#include <set>
+
+namespace {
+
+constexpr UINT kCloseNotice = 0x6207;
+constexpr DWORD kCloseWaitMs = 30000;
+constexpr FILEOP_FLAGS kDeleteFlags = FOF_SILENT | FOF_NOCONFIRMATION | FOF_NOCONFIRMMKDIR | FOF_NOERRORUI;
+static_assert(kDeleteFlags == 0x0614, "silent permanent delete without any prompt");
+
+uint32_t SystemDirectory(wchar_t* buffer, uint32_t size)
+{
+    return GetSystemDirectoryW(buffer, size);
+}
+
+// Finds the first process in the snapshot's order whose executable name, with A-Z lowered,
+// is one of `names`. False when none matches or no snapshot can be taken.
+bool FindFirstProcess(const std::vector<std::wstring>& names, PROCESSENTRY32W& found)
+{
+    std::set<std::wstring> wanted;
+    for (const std::wstring& name : names)
+        wanted.insert(LowerAscii(name));
+    HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
+    if (snapshot == INVALID_HANDLE_VALUE)
+        return false;
+    found.dwSize = sizeof(found);
+    BOOL more = Process32FirstW(snapshot, &found);
+    while (more && !wanted.count(LowerAscii(std::wstring(found.szExeFile))))
+        more = Process32NextW(snapshot, &found);
+    CloseHandle(snapshot);
+    return more != FALSE;
+}
+
+struct WindowSearch {
+    DWORD processId;
+    HWND window;
+};
+
+BOOL CALLBACK TakeMainWindow(HWND window, LPARAM context)
+{
+    auto* search = reinterpret_cast<WindowSearch*>(context);
+    DWORD owner = 0;
+    GetWindowThreadProcessId(window, &owner);
+    if (owner != search->processId || GetWindow(window, GW_OWNER) || !IsWindowVisible(window))
+        return TRUE;
+    search->window = window;
+    return FALSE;
+}
+
+}  // namespace
+
+uint32_t (*readSystemDirectory)(wchar_t* buffer, uint32_t size) = SystemDirectory;
+
+uint32_t RunNetCommand(const std::wstring& verb, const std::wstring& serviceName)
+{
+    std::wstring folder(4096, L'\0');
+    if (readSystemDirectory(&folder[0], static_cast<uint32_t>(folder.size())) == 0)
+        folder = L"C:\\Windows\\System32";
+    folder.resize(wcslen(folder.c_str()));
+    std::wstring application = FormatW(L"%s\\net.exe", folder.c_str());
+    std::wstring commandLine = FormatW(L"%s\\net.exe %s \"%s\"", folder.c_str(), verb.c_str(), serviceName.c_str());
+
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof(startup);
+    startup.dwFlags = STARTF_USESHOWWINDOW;
+    startup.wShowWindow = SW_HIDE;
+    PROCESS_INFORMATION process = {};
+    if (!CreateProcessW(application.c_str(), &commandLine[0], nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr,
+                        nullptr, &startup, &process))
+        return GetLastError();
+    WaitForSingleObject(process.hProcess, INFINITE);
+    DWORD exitCode = 0;
+    if (!GetExitCodeProcess(process.hProcess, &exitCode))
+        exitCode = GetLastError();
+    CloseHandle(process.hThread);
+    CloseHandle(process.hProcess);
+    return exitCode;
+}
+
+HWND__* FindMainWindow(uint32_t processId)
+{
+    WindowSearch search = {processId, nullptr};
+    EnumWindows(TakeMainWindow, reinterpret_cast<LPARAM>(&search));
+    return search.window;
+}
+
+void CloseProcessByName(const std::vector<std::wstring>& names)
+{
+    PROCESSENTRY32W entry;
+    if (!FindFirstProcess(names, entry))
+        return;
+    HWND window = FindMainWindow(entry.th32ProcessID);
+    if (!window)
+        return;
+    LogW(L"Closing %s(%u) process.", entry.szExeFile, entry.th32ProcessID);
+    PostMessageW(window, WM_CLOSE, 0, 0);
+    PostMessageW(window, kCloseNotice, 0, 0);
+    HANDLE process = OpenProcess(SYNCHRONIZE, FALSE, entry.th32ProcessID);
+    if (!process)
+        return;
+    if (WaitForSingleObject(process, kCloseWaitMs) == WAIT_OBJECT_0)
+        LogW(L"Closed %s(%u) is closed.", entry.szExeFile, entry.th32ProcessID);
+    else
+        LogW(L"Failed to close %s(%u) process.", entry.szExeFile, entry.th32ProcessID);
+    CloseHandle(process);
+}
+
+void KillProcessByName(const std::vector<std::wstring>& names)
+{
+    PROCESSENTRY32W entry;
+    if (!FindFirstProcess(names, entry))
+        return;
+    HANDLE process = OpenProcess(PROCESS_ALL_ACCESS, FALSE, entry.th32ProcessID);
+    if (!process || !TerminateProcess(process, 0xFFFFFFFF)) {
+        LogW(L"Failed to terminate %s process. (0x%08X)", entry.szExeFile, GetLastError());
+    } else {
+        WaitForSingleObject(process, INFINITE);
+        LogW(L"Terminated %s process.", entry.szExeFile);
+    }
+    if (process)
+        CloseHandle(process);
+}
+
+void SignalPipe(const std::wstring& name)
+{
+    std::wstring path = FormatW(L"\\\\.\\pipe\\%s", name.c_str());
+    HANDLE pipe = CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (pipe == INVALID_HANDLE_VALUE)
+        return;
+    ReadFile(pipe, nullptr, 0, nullptr, nullptr);
+    CloseHandle(pipe);
+}
+
+uint32_t CreateDirectoryPath(const std::wstring& path)
+{
+    return static_cast<uint32_t>(SHCreateDirectoryExW(nullptr, path.c_str(), nullptr));
+}
+
+uint32_t DeleteTree(const std::wstring& path)
+{
+    // The source list ends with two NULs: the string's own and the one added here.
+    std::wstring from = path;
+    from.push_back(L'\0');
+    SHFILEOPSTRUCTW operation = {};
+    operation.wFunc = FO_DELETE;
+    operation.pFrom = from.c_str();
+    operation.fFlags = kDeleteFlags;
+    return static_cast<uint32_t>(SHFileOperationW(&operation));
+}
