@@ -1,0 +1,83 @@
+// HashFile: digests of real files, the underscore text for what cannot be hashed, the size limit.
+#include <gtest/gtest.h>
+#include "runtime/iocp.h"
+#include "runtime/text.h"
+#include "share/digest.h"
+
+#include <windows.h>
+
+namespace {
+
+class DigestTest : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        IocpStart();
+        base = GetDirectoryPart(GetModulePath()) + L"\\digest-test";
+        CreateDirectoryW(base.c_str(), nullptr);
+    }
+    void TearDown() override { IocpShutdown(); }
+
+    std::wstring Make(const wchar_t* name, const std::string& data)
+    {
+        std::wstring path = base + L"\\" + name;
+        HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+        DWORD written;
+        WriteFile(file, data.data(), static_cast<DWORD>(data.size()), &written, nullptr);
+        CloseHandle(file);
+        return path;
+    }
+
+    // A file of `size` zero bytes, made without writing them.
+    std::wstring MakeZeros(const wchar_t* name, int64_t size)
+    {
+        std::wstring path = base + L"\\" + name;
+        HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+        LARGE_INTEGER end;
+        end.QuadPart = size;
+        SetFilePointerEx(file, end, nullptr, FILE_BEGIN);
+        SetEndOfFile(file);
+        CloseHandle(file);
+        return path;
+    }
+
+    std::wstring base;
+};
+
+}  // namespace
+
+TEST_F(DigestTest, KnownContents)
+{
+    FileDigest abc = HashFile(Make(L"abc.txt", "abc"));
+    EXPECT_EQ(abc.hash, L"A9993E364706816ABA3E25717850C26C9CD0D89D");
+    EXPECT_EQ(abc.size, 3u);
+    FileDigest empty = HashFile(Make(L"empty.txt", ""));
+    EXPECT_EQ(empty.hash, L"DA39A3EE5E6B4B0D3255BFEF95601890AFD80709");
+    EXPECT_EQ(empty.size, 0u);
+}
+
+TEST_F(DigestTest, MissingPathAndFolderGiveUnderscores)
+{
+    FileDigest missing = HashFile(base + L"\\missing.bin");
+    EXPECT_EQ(missing.hash, std::wstring(40, L'_'));
+    EXPECT_EQ(missing.size, 0u);
+    FileDigest folder = HashFile(base);
+    EXPECT_EQ(folder.hash, std::wstring(40, L'_'));
+    EXPECT_EQ(folder.size, 0u);
+}
+
+TEST_F(DigestTest, LargestHashedSizeAndOneByteMore)
+{
+    FileDigest limit = HashFile(MakeZeros(L"limit.bin", 0x10000000));
+    EXPECT_EQ(limit.hash, L"7B91DBDC56C5781EDF6C8847B4AA6965566C5C75");
+    EXPECT_EQ(limit.size, 0x10000000u);
+    FileDigest over = HashFile(MakeZeros(L"over.bin", 0x10000001));
+    EXPECT_EQ(over.hash, std::wstring(40, L'_'));
+    EXPECT_EQ(over.size, 0x10000001u);
+    FileDigest big = HashFile(MakeZeros(L"big.bin", 300ll << 20));
+    EXPECT_EQ(big.hash, std::wstring(40, L'_'));
+    EXPECT_EQ(big.size, 300ull << 20);
+    DeleteFileW((base + L"\\limit.bin").c_str());
+    DeleteFileW((base + L"\\over.bin").c_str());
+    DeleteFileW((base + L"\\big.bin").c_str());
+}
