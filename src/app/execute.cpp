@@ -92,6 +92,17 @@ void Replace(const std::wstring& source, const std::wstring& destination)
     LogW(L"Replaced %s", destination.c_str());
 }
 
+void RunServices(const std::vector<std::wstring>& names, const wchar_t* verb, const wchar_t* done, const wchar_t* failed)
+{
+    for (const std::wstring& name : names) {
+        uint32_t result = RunNetCommand(verb, name);
+        if (result == 0)
+            LogW(done, name.c_str());
+        else
+            LogW(failed, name.c_str(), result);
+    }
+}
+
 void StartProgram(const wJsonObject& manifest)
 {
     std::wstring exe = manifest.GetString(L"exe");
@@ -139,13 +150,7 @@ bool ExecuteUpdateItems(const std::wstring& stagingDirectory, const wJsonObject&
         }
     }
 
-    for (const std::wstring& name : StringList(manifest, L"stop")) {
-        uint32_t result = RunNetCommand(L"stop", name);
-        if (result == 0)
-            LogW(L"Stopped %s service.", name.c_str());
-        else
-            LogW(L"Failed to stop %s service. (0x%08X)", name.c_str(), result);
-    }
+    RunServices(StringList(manifest, L"stop"), L"stop", L"Stopped %s service.", L"Failed to stop %s service. (0x%08X)");
     CloseProcessByName(StringList(manifest, L"close"));
     for (const std::wstring& name : StringList(manifest, L"pipe"))
         SignalPipe(name);
@@ -168,13 +173,7 @@ bool ExecuteUpdateItems(const std::wstring& stagingDirectory, const wJsonObject&
         Replace(FormatW(L"%s\\%s", stagingDirectory.c_str(), item.name.c_str()),
                 FormatW(L"%s%s", ProgramDirectory.c_str(), item.name.c_str()));
 
-    for (const std::wstring& name : StringList(manifest, L"start")) {
-        uint32_t result = RunNetCommand(L"start", name);
-        if (result == 0)
-            LogW(L"Started %s service.", name.c_str());
-        else
-            LogW(L"Failed to start %s service. (0x%08X)", name.c_str(), result);
-    }
+    RunServices(StringList(manifest, L"start"), L"start", L"Started %s service.", L"Failed to start %s service. (0x%08X)");
     StartProgram(manifest);
     DeleteTree(stagingDirectory);
     return true;

@@ -27,18 +27,23 @@ _RTL_CRITICAL_SECTION* HttpRequest::RateLock()
     return reinterpret_cast<CRITICAL_SECTION*>(rateLock);
 }
 
-void HttpRequest::Reset()
+void HttpRequest::DropBody()
 {
-    url.Clear();
-    method.clear();
-    userAgent.clear();
-    headers.clear();
     if (ownsBody)
         PoolFree(body);
     body = nullptr;
     bodyLength = 0;
     ownsBody = 0;
     contentType.clear();
+}
+
+void HttpRequest::Reset()
+{
+    url.Clear();
+    method.clear();
+    userAgent.clear();
+    headers.clear();
+    DropBody();
     outputPath.clear();
 
     EnterCriticalSection(RateLock());
@@ -98,13 +103,9 @@ void HttpRequest::Transfer(HttpUrl next)
         closesocket(static_cast<SOCKET>(socket));
         socket = INVALID_SOCKET;
 
+        // A request that follows a redirect is a GET without body.
         method.clear();
-        if (ownsBody)
-            PoolFree(body);
-        body = nullptr;
-        bodyLength = 0;
-        ownsBody = 0;
-        contentType.clear();
+        DropBody();
 
         if (noRedirect || (status != 301 && status != 302))
             return;

@@ -90,6 +90,8 @@ private:
     static constexpr size_t kReceiveBufferSize = 32768;
 
     void ClearResults();
+    // Releases the body (to the pool when owned) and forgets its content type.
+    void DropBody();
     void Transfer(HttpUrl next);
     bool OpenSocket();
     void Exchange();

@@ -4,6 +4,7 @@
 // other text) and knows no exponents. A failure is only a null result; everything built for
 // the failed value is released on the way out.
 #include "json/value.h"
+#include "runtime/text.h"
 
 #include <memory>
 
@@ -12,17 +13,6 @@ namespace {
 bool IsWhitespace(wchar_t c)
 {
     return (c >= 0x09 && c <= 0x0D) || c == 0x20;
-}
-
-int HexValue(wchar_t c)
-{
-    if (c >= L'0' && c <= L'9')
-        return c - L'0';
-    if (c >= L'A' && c <= L'F')
-        return c - L'A' + 10;
-    if (c >= L'a' && c <= L'f')
-        return c - L'a' + 10;
-    return -1;
 }
 
 // Compares unit by unit, so it stops at the text's NUL and never reads beyond it.
@@ -256,7 +246,7 @@ bool JsonReader::ReadText(const wchar_t*& cursor)
         case L'u': {
             unsigned unit = 0;
             for (int i = 1; i <= 4; ++i) {
-                int digit = HexValue(cursor[i]);
+                int digit = HexDigitValue(cursor[i]);
                 if (digit < 0)
                     return false;
                 unit = unit * 16 + static_cast<unsigned>(digit);

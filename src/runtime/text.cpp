@@ -5,7 +5,11 @@ namespace {
 
 const char kHexDigits[] = "0123456789ABCDEF";
 
-int HexValue(wchar_t c)
+bool IsTrimmed(wchar_t c) { return (c >= 9 && c <= 13) || c == 32; }
+
+}  // namespace
+
+int HexDigitValue(wchar_t c)
 {
     if (c >= L'0' && c <= L'9')
         return c - L'0';
@@ -15,10 +19,6 @@ int HexValue(wchar_t c)
         return c - L'a' + 10;
     return -1;
 }
-
-bool IsTrimmed(wchar_t c) { return (c >= 9 && c <= 13) || c == 32; }
-
-}  // namespace
 
 std::wstring DecodeTextBody(const void* bytes, size_t length)
 {
@@ -46,8 +46,8 @@ std::wstring UrlDecode(const std::wstring& text)
         } else if (c == L'%') {
             if (text.size() - i < 3)
                 break;
-            int high = HexValue(text[i + 1]);
-            int low = HexValue(text[i + 2]);
+            int high = HexDigitValue(text[i + 1]);
+            int low = HexDigitValue(text[i + 2]);
             if (high < 0 || low < 0)
                 break;
             bytes.push_back(static_cast<char>(high * 16 + low));
@@ -196,7 +196,7 @@ int64_t ParseInteger(const std::wstring& text, int base)
     }
     uint64_t value = 0;
     for (; i < text.size(); ++i) {
-        int digit = HexValue(text[i]);
+        int digit = HexDigitValue(text[i]);
         if (digit < 0 || digit >= base)
             break;
         value = value * static_cast<unsigned>(base) + static_cast<unsigned>(digit);

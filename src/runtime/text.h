@@ -52,6 +52,8 @@ bool EqualsNoCase(const std::wstring& a, const std::wstring& b);
 struct NoCaseLess {
     bool operator()(const std::wstring& a, const std::wstring& b) const { return CompareNoCase(a, b) < 0; }
 };
+// The value of a hexadecimal digit (0-9, A-F, a-f), or -1.
+int HexDigitValue(wchar_t c);
 // Reads an optional '-' and digits up to the first non-digit. base 10, or 0 for automatic:
 // "0x" hexadecimal, "0b" binary, otherwise decimal. No digits give 0; overflow wraps.
 int64_t ParseInteger(const std::wstring& text, int base);

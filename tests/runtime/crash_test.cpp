@@ -43,7 +43,9 @@ class CrashTest : public testing::Test {
 protected:
     void SetUp() override
     {
-        folder = GetDirectoryPart(GetModulePath()) + L"\\crash-test";
+        // One folder per test, since the tests may run at the same time in separate processes.
+        folder = GetDirectoryPart(GetModulePath()) + L"\\crash-test-" +
+                 Utf8ToWide(testing::UnitTest::GetInstance()->current_test_info()->name());
         CreateDirectoryW(folder.c_str(), nullptr);
         for (const auto& name : CrashFiles())
             DeleteFileW((folder + L"\\" + name).c_str());

@@ -13,7 +13,9 @@ protected:
     void SetUp() override
     {
         IocpStart();
-        path = GetDirectoryPart(GetModulePath()) + L"\\file_test.bin";
+        // One file per test, since the tests may run at the same time in separate processes.
+        path = GetDirectoryPart(GetModulePath()) + L"\\file_test_" +
+               Utf8ToWide(testing::UnitTest::GetInstance()->current_test_info()->name()) + L".bin";
         DeleteFileW(path.c_str());
     }
     void TearDown() override
