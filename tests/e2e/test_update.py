@@ -213,3 +213,49 @@ class DroppedServer(unittest.TestCase):
 
 if __name__ == "__main__":
     unittest.main()
+
+
+class ManifestProcessing(unittest.TestCase):
+    """What the program plans from a manifest, before any download."""
+
+    def run_manifest(self, name, manifest, files=()):
+        body = json.dumps(manifest).encode()
+        server = ScriptedServer(lambda head: response("200 OK", body, len(body)) if b"/m.json" in head
+                                else response("404 Not Found", b"", 0))
+        self.addCleanup(server.stop)
+        folder = make_app_folder(name)
+        for path, data in files:
+            write(os.path.join(folder, path), data)
+        argument = quote_argument(json.dumps({"domains": [server.domain], "pathAndQuery": "/m.json"}))
+        code, _ = run_windows(os.path.join(folder, "VeyUpdater.exe"), [argument], timeout=60)
+        self.assertEqual(code, 0)
+        messages = read_log(folder)
+        self.assertTrue(messages[9].startswith("HTTP Response Content\r\n"), messages[9])
+        return messages[10:], server
+
+    def test_empty_manifest_ends_silently(self):
+        messages, server = self.run_manifest("manifest-empty", {})
+        self.assertEqual(messages, [])
+        self.assertEqual(server.paths(), ["/m.json"])
+
+    def test_lower_case_hash_and_forward_slash_name_count_as_current(self):
+        data = b"library"
+        messages, server = self.run_manifest("manifest-current", {"files": [
+            {"n": "bin/a.dll", "h": sha1(data).lower(), "s": len(data)}]}, [("bin/a.dll", data)])
+        self.assertEqual(messages, ["Nothing to update!"])
+
+    def test_matching_hash_with_another_size_is_recorded(self):
+        data = b"abc"
+        messages, server = self.run_manifest("manifest-size", {"files": [
+            {"n": "a.txt", "h": sha1(data), "s": 4}]}, [("a.txt", data)])
+        self.assertEqual(messages[0], f"({sha1(data)} -> {sha1(data)}) (3 B -> 4 B) (a.txt)")
+
+    def test_malformed_entries_are_skipped(self):
+        messages, server = self.run_manifest("manifest-malformed", {"files": [
+            5, "text", {"n": "x", "h": "00"}, {"n": "y", "h": "00", "s": "3"}, {"n": 1, "h": "00", "s": 3},
+            {"n": "z", "h": "00", "s": 3}]})
+        self.assertEqual(messages[0], f"({'_' * 40} -> 00) (0 B -> 3 B) (z)")
+        self.assertEqual(messages[1], "Created _update directory.")
+        # With the port at 0 no peer is asked: the servers are tried straight away.
+        self.assertEqual(messages[2], f"HTTP Getting... http://{server.domain}//z")
+        self.assertNotIn("Finding peers in local network...", messages)

@@ -1,6 +1,10 @@
 // Download URLs and the host walk that needs no network.
 #include <gtest/gtest.h>
 #include "app/config.h"
+#include "http/script_server.h"
+#include "runtime/iocp.h"
+#include "runtime/random_pick.h"
+#include "runtime/text.h"
 #include "share/download.h"
 
 TEST(DownloadUrl, ServerWithPrefixAndPeerFromTheRoot)
@@ -38,4 +42,116 @@ TEST(DownloadFromSources, EmptyHostListTriesNothing)
     EXPECT_FALSE(DownloadFromSources(empty, request));
     EXPECT_FALSE(done);
     updaterConfig = nullptr;
+}
+
+namespace {
+
+std::string Response(const std::string& status, const std::string& body)
+{
+    return "HTTP/1.1 " + status + "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+}
+
+std::wstring Host(const ScriptServer& server)
+{
+    return L"127.0.0.1:" + std::to_wstring(server.Port());
+}
+
+class DownloadTest : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        WSADATA data;
+        WSAStartup(MAKEWORD(2, 2), &data);
+        IocpStart();
+        updaterConfig = &config;
+        folder = GetDirectoryPart(GetModulePath()) + L"\\download-" +
+                 Utf8ToWide(testing::UnitTest::GetInstance()->current_test_info()->name());
+        item.name = L"dir\\f.txt";
+        item.hash = L"A9993E364706816ABA3E25717850C26C9CD0D89D";  // "abc"
+        item.size = 3;
+    }
+    void TearDown() override
+    {
+        updaterConfig = nullptr;
+        IocpShutdown();
+        WSACleanup();
+    }
+
+    UpdaterConfig config;
+    UpdateItem item;
+    std::wstring folder;
+};
+
+}  // namespace
+
+TEST_F(DownloadTest, SuccessfulHostIsWhereTheNextItemStarts)
+{
+    ScriptServer failing, good;
+    failing.Start({Script{{Chunk{Response("404 Not Found", "no")}}}});
+    good.Start({Script{{Chunk{Response("200 OK", "abc")}}}, Script{{Chunk{Response("200 OK", "abc")}}}});
+    config.domains = {Host(failing), Host(good)};
+    RandomPick hosts;
+    hosts.items = config.domains;
+    hosts.index = 0;
+
+    FileDigest digest;
+    bool done = false;
+    uint32_t zero = 0;
+    DownloadRequest first{folder + L"\\one\\f.txt", L"/p", item, zero, zero, digest, done};
+    EXPECT_TRUE(DownloadFromSources(hosts, first));
+    EXPECT_TRUE(done);
+    EXPECT_EQ(hosts.index, 1u);
+    EXPECT_EQ(digest.hash, item.hash);
+    EXPECT_EQ(digest.size, 3u);
+    // The failing server is dropped from the configured list; the pick keeps its own copy.
+    EXPECT_EQ(config.domains, std::vector<std::wstring>{Host(good)});
+    EXPECT_EQ(hosts.items.size(), 2u);
+
+    bool doneAgain = false;
+    DownloadRequest second{folder + L"\\two\\f.txt", L"/p", item, zero, zero, digest, doneAgain};
+    EXPECT_TRUE(DownloadFromSources(hosts, second));
+    EXPECT_TRUE(doneAgain);
+    EXPECT_EQ(failing.Finish().size(), 1u);
+    const std::vector<std::string>& requests = good.Finish();
+    ASSERT_EQ(requests.size(), 2u);
+    EXPECT_EQ(requests[0].substr(0, 25), "GET /p/dir/f.txt HTTP/1.1");
+}
+
+TEST_F(DownloadTest, OneHostIsTriedOnceAndAWrongFileStaysForTheNextAttempt)
+{
+    ScriptServer server;
+    server.Start({Script{{Chunk{Response("200 OK", "abd")}}}});
+    config.domains = {Host(server)};
+    RandomPick hosts;
+    hosts.items = config.domains;
+    FileDigest digest;
+    bool done = false;
+    uint32_t zero = 0;
+    std::wstring path = folder + L"\\f.txt";
+    DownloadRequest request{path, L"/", item, zero, zero, digest, done};
+    EXPECT_FALSE(DownloadFromSources(hosts, request));
+    EXPECT_FALSE(done);
+    EXPECT_EQ(server.Finish().size(), 1u);
+    EXPECT_EQ(digest.hash, L"CB4CC28DF0FDBE0ECF9D9662E294B118092A5735");  // "abd"
+    EXPECT_NE(GetFileAttributesW(path.c_str()), INVALID_FILE_ATTRIBUTES);
+    EXPECT_TRUE(config.domains.empty());
+}
+
+TEST_F(DownloadTest, PeerOverridesReplaceTheTimeouts)
+{
+    // A listener that never answers: the receive time-out of the override ends the attempt.
+    ScriptServer silent;
+    silent.Start({Script{{}, true}});
+    RandomPick hosts;
+    hosts.items = {Host(silent)};
+    FileDigest digest;
+    bool done = false;
+    uint32_t connect = 500, receive = 200;
+    DownloadRequest request{folder + L"\\f.txt", L"/", item, connect, receive, digest, done};
+    DWORD start = GetTickCount();
+    EXPECT_FALSE(DownloadFromSources(hosts, request));
+    DWORD elapsed = GetTickCount() - start;
+    EXPECT_GE(elapsed, 150u);
+    EXPECT_LT(elapsed, 900u);
+    silent.Finish();
 }
