@@ -49,6 +49,13 @@ uint64_t SizeFromNumber(double value)
 
 }  // namespace
 
+std::wstring PlanLine(const UpdateItem& item)
+{
+    std::wstring localSize = item.localSize == ~0ull ? L"_" : FormatByteSize(item.localSize);
+    return FormatW(L"(%s -> %s) (%s -> %s) (%s)", item.localHash.c_str(), item.hash.c_str(), localSize.c_str(),
+                   FormatByteSize(item.size).c_str(), item.name.c_str());
+}
+
 bool ProcessManifest(const wJsonObject& manifest)
 {
     const wJsonArray* files = manifest.GetArray(L"files");
@@ -80,10 +87,7 @@ bool ProcessManifest(const wJsonObject& manifest)
         LogA("Nothing to update!");
         return true;
     }
-    for (const UpdateItem& item : config.updateItems) {
-        std::wstring localSize = item.localSize == ~0ull ? L"_" : FormatByteSize(item.localSize);
-        LogW(L"(%s -> %s) (%s -> %s) (%s)", item.localHash.c_str(), item.hash.c_str(), localSize.c_str(),
-             FormatByteSize(item.size).c_str(), item.name.c_str());
-    }
+    for (const UpdateItem& item : config.updateItems)
+        LogW(L"%s", PlanLine(item).c_str());
     return ExecuteUpdateItems(ProgramDirectory + L"_update", manifest);
 }

@@ -3,8 +3,11 @@
 #include <string>
 
 class wJsonObject;
+struct UpdateItem;
 
 // True when the run sequence is to stop trying further domains.
 bool FetchManifest(const std::wstring& pathAndQuery, const std::wstring& domain);
+// "(local hash -> hash) (local size -> size) (name)"; a local size with all bits set shows as "_".
+std::wstring PlanLine(const UpdateItem& item);
 // Records the files that differ from the manifest and runs the update; true in every case.
 bool ProcessManifest(const wJsonObject& manifest);
