@@ -8,6 +8,7 @@
 #include "runtime/logger.h"
 #include "runtime/text.h"
 #include "share/digest.h"
+#include "share/peers.h"
 
 bool FetchManifest(const std::wstring& pathAndQuery, const std::wstring& domain)
 {
@@ -85,5 +86,8 @@ bool ProcessManifest(const wJsonObject& manifest)
         LogW(L"(%s -> %s) (%s -> %s) (%s)", item.localHash.c_str(), item.hash.c_str(), localSize.c_str(),
              FormatByteSize(item.size).c_str(), item.name.c_str());
     }
+    // Peers found now are tried before the servers; an answer may also replace an expected hash and size.
+    if (config.httpSharePort != 0)
+        StartPeerSharing();
     return ExecuteUpdateItems(ProgramDirectory + L"_update", manifest);
 }

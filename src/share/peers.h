@@ -20,3 +20,6 @@ std::vector<std::string> BuildPeerQueries(const std::list<UpdateItem>& items, ui
 // is not an answer with this prefix.
 bool ApplyPeerAnswer(const unsigned char* bytes, size_t count, uint32_t sender, const std::string& prefix,
                      std::list<UpdateItem>& items);
+// Asks the local networks for the items of updaterConfig: query bursts at about 0, 200 and
+// 400 ms, answers taken until 500 ms or until every item has a peer.
+void StartPeerSharing();
