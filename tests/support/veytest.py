@@ -40,8 +40,9 @@ def make_app_folder(name, program="VeyUpdater.exe", source=None):
     return folder
 
 
-def read_log(folder, program="VeyUpdater.exe"):
-    """The messages of the one log file under folder/_logs, prefixes checked and removed."""
+def read_log_entries(folder, program="VeyUpdater.exe"):
+    """(seconds since midnight, message) of every entry of the one log file under folder/_logs,
+    prefixes checked."""
     files = glob.glob(os.path.join(folder, "_logs", program + " ????-??-??.log"))
     if len(files) != 1:
         raise AssertionError(f"expected one log file, found {files}")
@@ -52,13 +53,19 @@ def read_log(folder, program="VeyUpdater.exe"):
     body = data[3:]
     if not body.endswith(b"\r\n"):
         raise AssertionError("log file does not end with CRLF")
-    messages = []
+    entries = []
     # Entries may hold CRLF themselves; every entry starts with a time prefix.
     for entry in re.split(rb"\r\n(?=\d\d:\d\d:\d\d\.\d{3} \d{4}\.\d{3}\.\d{3} )", body[:-2]):
         if not LOG_PREFIX.match(entry):
             raise AssertionError(f"entry without prefix: {entry!r}")
-        messages.append(entry[26:].decode("utf-8"))
-    return messages
+        hours, minutes, seconds = entry[:12].decode().split(":")
+        entries.append((int(hours) * 3600 + int(minutes) * 60 + float(seconds), entry[26:].decode("utf-8")))
+    return entries
+
+
+def read_log(folder, program="VeyUpdater.exe"):
+    """The messages of the one log file under folder/_logs, prefixes checked and removed."""
+    return [message for _, message in read_log_entries(folder, program)]
 
 
 def quote_argument(text):
