@@ -13,7 +13,6 @@ Layout (namespaces vey<pid><role>, addresses 10.77.x.y/24):
   q  a peer at 10.77.1.4 on LAN 1
   r  a listener at 10.77.2.2 on LAN 2, a veth straight to the updater
 """
-import hashlib
 import json
 import os
 import shutil
@@ -23,7 +22,7 @@ import unittest
 import netns
 from peer import Peer
 from servers import Nginx
-from veytest import TEST_BIN, WORK, make_app_folder, quote_argument, read_log_entries
+from veytest import TEST_BIN, WORK, make_app_folder, quote_argument, read, read_log_entries, sha1, windows_path, write
 
 UNAVAILABLE = netns.unavailable_reason()
 SHARE_PORT = 8090  # used only inside the test's network namespaces
@@ -52,21 +51,6 @@ def setUpModule():
     lab.veth(u, "u2", UPDATER_LAN2 + "/24", r, "r2", LISTENER + "/24")
     wine = netns.WineInNamespace(u, os.environ["VEY_WINEPREFIX"] + "-netns")
     unittest.addModuleCleanup(wine.close)
-
-
-def sha1(data):
-    return hashlib.sha1(data).hexdigest().upper()
-
-
-def write(path, data):
-    os.makedirs(os.path.dirname(path), exist_ok=True)
-    with open(path, "wb") as f:
-        f.write(data)
-
-
-def read(path):
-    with open(path, "rb") as f:
-        return f.read()
 
 
 def bursts(datagrams):
@@ -202,8 +186,8 @@ class PeerSharing(unittest.TestCase):
             f"Peers for (dir\\b c.txt) ({PEER_P})",
             f"HTTP Getting... http://{PEER_P}:{SHARE_PORT}/dir/b%20c.txt",
             "HTTP Response Status (200 OK) (Valid 8 B)",
-            f"Replaced {self.windows(folder)}\\a.txt",
-            f"Replaced {self.windows(folder)}\\dir\\b c.txt",
+            f"Replaced {windows_path(folder)}\\a.txt",
+            f"Replaced {windows_path(folder)}\\dir\\b c.txt",
         ])
         self.assertEqual(peer.paths, ["/a.txt", "/dir/b%20c.txt"])
         self.assertEqual(self.server.requests(), ["GET /m.json HTTP/1.1 200"])
@@ -306,10 +290,6 @@ class PeerSharing(unittest.TestCase):
         self.assertLess(elapsed, 200)
         self.assertEqual(lan1.datagrams, [])
         self.assertEqual(lan2.datagrams, [])
-
-    @staticmethod
-    def windows(path):
-        return "Z:" + os.path.abspath(path).replace("/", "\\")
 
 
 if __name__ == "__main__":

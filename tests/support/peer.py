@@ -8,6 +8,7 @@ import threading
 import time
 
 from netns import in_namespace
+from servers import ScriptedServer
 
 
 def prefix_for(port):
@@ -55,7 +56,6 @@ class Peer:
         self.offers = offers or {}
         self.files = files or {}
         self.datagrams = []  # (time.monotonic(), (address, port), bytes)
-        self.paths = []
         self.stopping = False
 
         def open_sockets():
@@ -69,15 +69,12 @@ class Peer:
                 tcp.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
                 tcp.bind((address, port))
                 tcp.listen(16)
-                tcp.settimeout(0.05)
             return udp, tcp
 
-        self.udp, self.tcp = in_namespace(namespace, open_sockets)
-        self.threads = [threading.Thread(target=self.hear, daemon=True)]
-        if self.tcp:
-            self.threads.append(threading.Thread(target=self.serve, daemon=True))
-        for thread in self.threads:
-            thread.start()
+        self.udp, tcp = in_namespace(namespace, open_sockets)
+        self.http = ScriptedServer(self.respond, tcp) if tcp else None
+        self.hearing = threading.Thread(target=self.hear, daemon=True)
+        self.hearing.start()
 
     def hear(self):
         while not self.stopping:
@@ -99,35 +96,21 @@ class Peer:
                 by_version.setdefault(offer[0], []).append((name, digest, size))
         return [answer_datagram(self.port, version, records) for version, records in sorted(by_version.items())]
 
-    def serve(self):
-        while not self.stopping:
-            try:
-                connection, _ = self.tcp.accept()
-            except socket.timeout:
-                continue
-            with connection:
-                connection.settimeout(5)
-                head = b""
-                try:
-                    while b"\r\n\r\n" not in head:
-                        data = connection.recv(65536)
-                        if not data:
-                            break
-                        head += data
-                    path = head.split(b" ")[1].decode() if head.count(b" ") >= 2 else ""
-                    self.paths.append(path)
-                    body = self.files.get(path)
-                    status = "200 OK" if body is not None else "404 Not Found"
-                    body = body if body is not None else b""
-                    connection.sendall(f"HTTP/1.1 {status}\r\nContent-Length: {len(body)}\r\n"
-                                       f"Connection: close\r\n\r\n".encode() + body)
-                except OSError:
-                    pass
+    def respond(self, head):
+        path = head.split(b" ")[1].decode() if head.count(b" ") >= 2 else ""
+        body = self.files.get(path)
+        status = "200 OK" if body is not None else "404 Not Found"
+        body = body if body is not None else b""
+        return f"HTTP/1.1 {status}\r\nContent-Length: {len(body)}\r\nConnection: close\r\n\r\n".encode() + body
+
+    @property
+    def paths(self):
+        """The paths of the HTTP requests, in order."""
+        return self.http.paths() if self.http else []
 
     def stop(self):
         self.stopping = True
-        for thread in self.threads:
-            thread.join()
+        self.hearing.join()
         self.udp.close()
-        if self.tcp:
-            self.tcp.close()
+        if self.http:
+            self.http.stop()

@@ -94,15 +94,18 @@ http {{
 
 
 class ScriptedServer:
-    """Answers every connection with `answer(request_head)` (bytes) and closes; records the heads."""
+    """Answers every connection with `answer(request_head)` (bytes) and closes; records the heads.
+    Listens on 127.0.0.1 unless given a listening socket opened elsewhere (in a namespace)."""
 
-    def __init__(self, answer):
+    def __init__(self, answer, listener=None):
         self.answer = answer
         self.heads = []
-        self.listener = socket.socket()
-        self.listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-        self.listener.bind(("127.0.0.1", 0))
-        self.listener.listen(16)
+        self.listener = listener
+        if not listener:
+            self.listener = socket.socket()
+            self.listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+            self.listener.bind(("127.0.0.1", 0))
+            self.listener.listen(16)
         self.port = self.listener.getsockname()[1]
         self.thread = threading.Thread(target=self.serve, daemon=True)
         self.thread.start()
@@ -135,4 +138,10 @@ class ScriptedServer:
         return [head.split(b" ")[1].decode() for head in self.heads if head.count(b" ") >= 2]
 
     def stop(self):
+        # Shutting down wakes the waiting accept, so the port is free once this returns.
+        try:
+            self.listener.shutdown(socket.SHUT_RDWR)
+        except OSError:
+            pass
+        self.thread.join()
         self.listener.close()

@@ -1,4 +1,6 @@
-"""Shared helpers of the Python-driven tests: paths of the built programs and running them under Wine."""
+"""Shared helpers of the Python-driven tests: paths of the built programs, running them under Wine,
+their logs, and small file helpers."""
+import hashlib
 import os
 import subprocess
 
@@ -72,3 +74,23 @@ def quote_argument(text):
     """URL-encodes a JSON text the way a launcher would."""
     from urllib.parse import quote
     return quote(text, safe="")
+
+
+def windows_path(path):
+    """The path as the programs under Wine see it."""
+    return "Z:" + os.path.abspath(path).replace("/", "\\")
+
+
+def write(path, data):
+    os.makedirs(os.path.dirname(path), exist_ok=True)
+    with open(path, "wb") as f:
+        f.write(data)
+
+
+def read(path):
+    with open(path, "rb") as f:
+        return f.read()
+
+
+def sha1(data):
+    return hashlib.sha1(data).hexdigest().upper()
