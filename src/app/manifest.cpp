@@ -8,6 +8,7 @@
 #include "runtime/logger.h"
 #include "runtime/text.h"
 #include "share/digest.h"
+#include "share/peers.h"
 
 bool FetchManifest(const std::wstring& pathAndQuery, const std::wstring& domain)
 {
@@ -89,5 +90,8 @@ bool ProcessManifest(const wJsonObject& manifest)
     }
     for (const UpdateItem& item : config.updateItems)
         LogW(L"%s", PlanLine(item).c_str());
+    // Peers found now are tried before the servers; an answer may also replace an expected hash and size.
+    if (config.httpSharePort != 0)
+        StartPeerSharing();
     return ExecuteUpdateItems(ProgramDirectory + L"_update", manifest);
 }

@@ -9,8 +9,9 @@ import time
 import unittest
 
 from servers import Nginx
-from test_update import make_manifest, read, windows_path, write
-from veytest import TEST_BIN, WINE_RUN, WORK, make_app_folder, quote_argument, read_log, run_windows
+from test_update import make_manifest
+from veytest import (TEST_BIN, WINE_RUN, WORK, make_app_folder, quote_argument, read, read_log, run_windows,
+                     windows_path, write)
 
 SERVICE = "VeyE2EActionService"
 

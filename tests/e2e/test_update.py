@@ -1,5 +1,4 @@
 """Whole updates against update servers: nginx over a release folder, and scripted servers that lie."""
-import hashlib
 import json
 import os
 import shutil
@@ -7,28 +6,9 @@ import subprocess
 import unittest
 
 from servers import Nginx, ScriptedServer
-from veytest import WORK, make_app_folder, quote_argument, read_log, run_windows
+from veytest import WORK, make_app_folder, quote_argument, read, read_log, run_windows, sha1, windows_path, write
 
 TOOLS = os.path.join(os.path.dirname(__file__), "..", "..", "tools")
-
-
-def windows_path(path):
-    return "Z:" + os.path.abspath(path).replace("/", "\\")
-
-
-def write(path, data):
-    os.makedirs(os.path.dirname(path), exist_ok=True)
-    with open(path, "wb") as f:
-        f.write(data)
-
-
-def read(path):
-    with open(path, "rb") as f:
-        return f.read()
-
-
-def sha1(data):
-    return hashlib.sha1(data).hexdigest().upper()
 
 
 def size_text(n):

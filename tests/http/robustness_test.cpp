@@ -7,11 +7,11 @@
 #include "http/url.h"
 #include "runtime/clock.h"
 #include "runtime/pool.h"
+#include "support/fuzz.h"
 
 #include <windows.h>
 #include <cstdio>
 #include <cstring>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -19,18 +19,6 @@ namespace {
 
 constexpr uint32_t kSeed = 0x5EED2026;
 constexpr int kRounds = 1000000;
-
-class Random {
-public:
-    explicit Random(uint32_t seed) : engine(seed) {}
-    uint32_t Below(uint32_t n) { return static_cast<uint32_t>(engine() % n); }
-    bool OneIn(uint32_t n) { return Below(n) == 0; }
-    template <typename T, size_t N>
-    const T& Pick(const T (&items)[N]) { return items[Below(N)]; }
-
-private:
-    std::mt19937 engine;
-};
 
 // URLs ---------------------------------------------------------------------------------------
 
@@ -178,40 +166,6 @@ std::string MakeHead(Random& random)
         head.resize(32768);
     return head;
 }
-
-// A writable area whose end touches a no-access page.
-class GuardedBuffer {
-public:
-    explicit GuardedBuffer(size_t size)
-    {
-        SYSTEM_INFO info;
-        GetSystemInfo(&info);
-        size_t page = info.dwPageSize;
-        size_t usable = (size + page - 1) / page * page;
-        base = static_cast<char*>(VirtualAlloc(nullptr, usable + page, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE));
-        DWORD old;
-        guarded = base && VirtualProtect(base + usable, page, PAGE_NOACCESS, &old);
-        end = base + usable;
-    }
-    ~GuardedBuffer() { VirtualFree(base, 0, MEM_RELEASE); }
-
-    bool Guarded() const
-    {
-        MEMORY_BASIC_INFORMATION memory;
-        return guarded && VirtualQuery(end, &memory, sizeof(memory)) && memory.Protect == PAGE_NOACCESS;
-    }
-    // Copies the bytes so that their last one is the last readable byte.
-    const char* Place(const char* bytes, size_t count)
-    {
-        std::memcpy(end - count, bytes, count);
-        return end - count;
-    }
-
-private:
-    char* base = nullptr;
-    char* end = nullptr;
-    bool guarded = false;
-};
 
 void ClearWork(HttpRequest& request)
 {

@@ -1,5 +1,6 @@
-"""Servers that the Python-driven tests start on 127.0.0.1: Debian's nginx over a folder, and a
-scripted server that answers each request with the bytes a test chose."""
+"""Servers that the Python-driven tests start on 127.0.0.1 (nginx also inside a network namespace):
+Debian's nginx over a folder, and a scripted server that answers each request with the bytes a
+test chose."""
 import os
 import shutil
 import socket
@@ -7,6 +8,8 @@ import subprocess
 import tempfile
 import threading
 import time
+
+from netns import in_namespace
 
 NGINX = shutil.which("nginx") or "/usr/sbin/nginx"
 
@@ -18,10 +21,12 @@ def free_port():
 
 
 class Nginx:
-    """nginx serving `root` on 127.0.0.1; the access log records every request path."""
+    """nginx serving `root` on 127.0.0.1, or on an address inside a network namespace; the access
+    log records every request path."""
 
-    def __init__(self, root):
+    def __init__(self, root, address="127.0.0.1", namespace=None):
         self.root = os.path.abspath(root)
+        self.address = address
         self.port = free_port()
         self.folder = tempfile.mkdtemp(prefix="vey-nginx-")
         self.access_log = os.path.join(self.folder, "access.log")
@@ -43,17 +48,24 @@ http {{
     log_format plain '$request $status';
     access_log {self.access_log} plain;
     server {{
-        listen 127.0.0.1:{self.port};
+        listen {address}:{self.port};
         root {self.root};
     }}
 }}
 """)
-        self.process = subprocess.Popen([NGINX, "-p", self.folder, "-c", config], stdin=subprocess.DEVNULL,
-                                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        command = [NGINX, "-p", self.folder, "-c", config]
+        if namespace:
+            command = ["ip", "netns", "exec", namespace, *command]
+        self.process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                                        stderr=subprocess.DEVNULL)
+
+        def connect():
+            socket.create_connection((address, self.port), timeout=1).close()
+
         deadline = time.time() + 10
         while time.time() < deadline:
             try:
-                socket.create_connection(("127.0.0.1", self.port), timeout=1).close()
+                in_namespace(namespace, connect) if namespace else connect()
                 return
             except OSError:
                 time.sleep(0.02)
@@ -62,12 +74,13 @@ http {{
 
     @property
     def domain(self):
-        return f"127.0.0.1:{self.port}"
+        return f"{self.address}:{self.port}"
 
     def requests(self):
         """The logged request lines, such as "GET /m.json HTTP/1.1 200"."""
         try:
-            return open(self.access_log).read().splitlines()
+            with open(self.access_log) as log:
+                return log.read().splitlines()
         except FileNotFoundError:
             return []
 
@@ -81,15 +94,18 @@ http {{
 
 
 class ScriptedServer:
-    """Answers every connection with `answer(request_head)` (bytes) and closes; records the heads."""
+    """Answers every connection with `answer(request_head)` (bytes) and closes; records the heads.
+    Listens on 127.0.0.1 unless given a listening socket opened elsewhere (in a namespace)."""
 
-    def __init__(self, answer):
+    def __init__(self, answer, listener=None):
         self.answer = answer
         self.heads = []
-        self.listener = socket.socket()
-        self.listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-        self.listener.bind(("127.0.0.1", 0))
-        self.listener.listen(16)
+        self.listener = listener
+        if not listener:
+            self.listener = socket.socket()
+            self.listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+            self.listener.bind(("127.0.0.1", 0))
+            self.listener.listen(16)
         self.port = self.listener.getsockname()[1]
         self.thread = threading.Thread(target=self.serve, daemon=True)
         self.thread.start()
@@ -122,4 +138,10 @@ class ScriptedServer:
         return [head.split(b" ")[1].decode() for head in self.heads if head.count(b" ") >= 2]
 
     def stop(self):
+        # Shutting down wakes the waiting accept, so the port is free once this returns.
+        try:
+            self.listener.shutdown(socket.SHUT_RDWR)
+        except OSError:
+            pass
+        self.thread.join()
         self.listener.close()

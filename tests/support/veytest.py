@@ -1,4 +1,6 @@
-"""Shared helpers of the Python-driven tests: paths of the built programs and running them under Wine."""
+"""Shared helpers of the Python-driven tests: paths of the built programs, running them under Wine,
+their logs, and small file helpers."""
+import hashlib
 import os
 import subprocess
 
@@ -40,8 +42,9 @@ def make_app_folder(name, program="VeyUpdater.exe", source=None):
     return folder
 
 
-def read_log(folder, program="VeyUpdater.exe"):
-    """The messages of the one log file under folder/_logs, prefixes checked and removed."""
+def read_log_entries(folder, program="VeyUpdater.exe"):
+    """(seconds since midnight, message) of every entry of the one log file under folder/_logs,
+    prefixes checked."""
     files = glob.glob(os.path.join(folder, "_logs", program + " ????-??-??.log"))
     if len(files) != 1:
         raise AssertionError(f"expected one log file, found {files}")
@@ -52,16 +55,42 @@ def read_log(folder, program="VeyUpdater.exe"):
     body = data[3:]
     if not body.endswith(b"\r\n"):
         raise AssertionError("log file does not end with CRLF")
-    messages = []
+    entries = []
     # Entries may hold CRLF themselves; every entry starts with a time prefix.
     for entry in re.split(rb"\r\n(?=\d\d:\d\d:\d\d\.\d{3} \d{4}\.\d{3}\.\d{3} )", body[:-2]):
         if not LOG_PREFIX.match(entry):
             raise AssertionError(f"entry without prefix: {entry!r}")
-        messages.append(entry[26:].decode("utf-8"))
-    return messages
+        hours, minutes, seconds = entry[:12].decode().split(":")
+        entries.append((int(hours) * 3600 + int(minutes) * 60 + float(seconds), entry[26:].decode("utf-8")))
+    return entries
+
+
+def read_log(folder, program="VeyUpdater.exe"):
+    """The messages of the one log file under folder/_logs, prefixes checked and removed."""
+    return [message for _, message in read_log_entries(folder, program)]
 
 
 def quote_argument(text):
     """URL-encodes a JSON text the way a launcher would."""
     from urllib.parse import quote
     return quote(text, safe="")
+
+
+def windows_path(path):
+    """The path as the programs under Wine see it."""
+    return "Z:" + os.path.abspath(path).replace("/", "\\")
+
+
+def write(path, data):
+    os.makedirs(os.path.dirname(path), exist_ok=True)
+    with open(path, "wb") as f:
+        f.write(data)
+
+
+def read(path):
+    with open(path, "rb") as f:
+        return f.read()
+
+
+def sha1(data):
+    return hashlib.sha1(data).hexdigest().upper()

@@ -1,0 +1,87 @@
+// StartPeerSharing: the broadcaster runs for one discovery of at most about half a second,
+// query bursts go out every 200 ms, and answers arriving on the completion-port workers are
+// applied to updaterConfig's items.
+#include "share/peers.h"
+#include "app/config.h"
+#include "runtime/clock.h"
+#include "runtime/io_request.h"
+#include "runtime/logger.h"
+#include "share/broadcaster.h"
+
+namespace {
+
+constexpr uint64_t kDiscoveryMs = 500;
+constexpr uint64_t kBurstEveryMs = 200;
+
+// Guards the items while discovery runs: answers change peers, hashes and sizes on the
+// workers while the discovery loop reads them to build queries and to see whether it is done.
+// Once the broadcaster has stopped no answer can arrive any more, so later readers need no lock.
+SRWLOCK itemsLock = SRWLOCK_INIT;
+
+void ReceiveAnswer(wSocketBroadcaster::UdpSocket*, IoRequest* request)
+{
+    const auto* from = reinterpret_cast<const sockaddr_in*>(request->address);
+    if (request->addressLength < static_cast<int32_t>(sizeof(sockaddr_in)) || from->sin_family != AF_INET)
+        return;
+    UpdaterConfig& config = *updaterConfig;
+    std::string prefix = PeerPrefix(config.httpSharePort);
+    AcquireSRWLockExclusive(&itemsLock);
+    ApplyPeerAnswer(static_cast<const unsigned char*>(request->buffer), request->transferred,
+                    from->sin_addr.s_addr, prefix, config.updateItems);
+    ReleaseSRWLockExclusive(&itemsLock);
+}
+
+bool EveryItemHasPeer(const std::list<UpdateItem>& items)
+{
+    AcquireSRWLockShared(&itemsLock);
+    bool every = true;
+    for (const UpdateItem& item : items) {
+        if (item.peers.empty()) {
+            every = false;
+            break;
+        }
+    }
+    ReleaseSRWLockShared(&itemsLock);
+    return every;
+}
+
+void SendQueryBurst(wSocketBroadcaster& broadcaster, const UpdaterConfig& config)
+{
+    AcquireSRWLockShared(&itemsLock);
+    std::vector<std::string> queries = BuildPeerQueries(config.updateItems, config.httpSharePort);
+    ReleaseSRWLockShared(&itemsLock);
+    sockaddr_in everyone = {};
+    everyone.sin_family = AF_INET;
+    everyone.sin_port = htons(config.httpSharePort);
+    everyone.sin_addr.s_addr = INADDR_BROADCAST;
+    for (const std::string& query : queries)
+        broadcaster.Send(query.data(), static_cast<uint32_t>(query.size()), everyone);
+}
+
+}  // namespace
+
+void StartPeerSharing()
+{
+    LogA("Finding peers in local network...");
+    UpdaterConfig& config = *updaterConfig;
+    wSocketBroadcaster broadcaster(config.httpSharePort, ReceiveAnswer);
+    broadcaster.Start("wSocketBroadcaster", 0x62401937, 0x62401938);
+    while (broadcaster.passes == 0)
+        Sleep(1);
+
+    uint64_t start = PerformanceMilliseconds();
+    uint64_t lastBurst = 0;
+    bool sent = false;
+    for (;;) {
+        uint64_t now = PerformanceMilliseconds();
+        if (now - start >= kDiscoveryMs || EveryItemHasPeer(config.updateItems))
+            break;
+        if (!sent || now - lastBurst >= kBurstEveryMs) {
+            SendQueryBurst(broadcaster, config);
+            lastBurst = now;
+            sent = true;
+        }
+        Sleep(1);
+    }
+    broadcaster.Stop();
+}
