@@ -26,12 +26,16 @@ uint32_t SystemDirectory(wchar_t* buffer, uint32_t size)
 }
 
 // Finds the first process in the snapshot's order whose executable name, with A-Z lowered,
-// is one of `names`. False when none matches or no snapshot can be taken.
+// is one of `names`. False when none matches or no snapshot can be taken. An empty name
+// matches nothing: a process that is still starting is listed without a name for a moment.
 bool FindFirstProcess(const std::vector<std::wstring>& names, PROCESSENTRY32W& found)
 {
     std::set<std::wstring> wanted;
     for (const std::wstring& name : names)
-        wanted.insert(LowerAscii(name));
+        if (!name.empty())
+            wanted.insert(LowerAscii(name));
+    if (wanted.empty())
+        return false;
     HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
     if (snapshot == INVALID_HANDLE_VALUE)
         return false;

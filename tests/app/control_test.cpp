@@ -429,6 +429,7 @@ TEST(KillProcess, OnlyTheFirstOfTwoSameNamedIsTerminated)
 
 TEST(KillProcess, NoMatchingProcessDoesNothing)
 {
+    // The empty name must not match a process that the snapshot lists while it is starting.
     LogCapture log(5);
     KillProcessByName({L"vey_not_running.exe", L""});
     CloseProcessByName({L"vey_not_running.exe", L""});
