@@ -43,14 +43,14 @@ class Entry(unittest.TestCase):
         ])
 
     def test_port_of_70000_is_cut_to_16_bits(self):
-        # No domain, so nothing is sent and no broadcast is made whatever the port.
-        argument = quote_argument('{"domains":[], "pathAndQuery":"/m", "httpSharePort":70000}')
+        # No domain: the run never starts, so nothing is sent or broadcast and no namespace is needed.
+        argument = quote_argument('{"domains":[], "pathAndQuery":"/m", "httpSharePort":70000}')  # no run, no namespace
         folder = self.run_updater("port-70000", argument)
-        self.assertEqual(self.messages(folder, argument),
-                         ["domains:", "pathAndQuery: ", "argOrg: ", "httpSharePort: 4464"])
+        port_line = "httpSharePort: 4464"  # only the logged value; no run, no namespace
+        self.assertEqual(self.messages(folder, argument), ["domains:", "pathAndQuery: ", "argOrg: ", port_line])
 
     def test_port_as_string_is_zero(self):
-        argument = quote_argument('{"pathAndQuery":"/m", "httpSharePort":"8090"}')
+        argument = quote_argument('{"pathAndQuery":"/m", "httpSharePort":"8090"}')  # a string reads as 0; no namespace
         folder = self.run_updater("port-string", argument)
         self.assertEqual(self.messages(folder, argument),
                          ["domains:", "pathAndQuery: ", "argOrg: ", "httpSharePort: 0"])
