@@ -5,6 +5,7 @@
 
 #include <windows.h>
 #include <shlobj.h>
+#include <atomic>
 #include <cstring>
 #include <new>
 
@@ -23,6 +24,22 @@ void WriteAll(HANDLE file, const void* data, DWORD length)
     WriteFile(file, data, length, &written, nullptr);
 }
 
+// Whether `out` is a console. The answer is kept for the handle (in the low bit beside its value,
+// which is a multiple of 4), since each question is a trip to the system (to Wine's server, under
+// Wine) and the program's standard output stays the same handle for its whole run.
+bool IsConsole(HANDLE out)
+{
+    static std::atomic<uintptr_t> known{0};
+    uintptr_t handle = reinterpret_cast<uintptr_t>(out);
+    uintptr_t kept = known.load(std::memory_order_relaxed);
+    if ((kept & ~uintptr_t(1)) == handle)
+        return (kept & 1) != 0;
+    DWORD mode;
+    bool console = GetConsoleMode(out, &mode) != FALSE;
+    known.store(handle | (console ? 1 : 0), std::memory_order_relaxed);
+    return console;
+}
+
 // The entry (prefix and message) as one console line ending in "\n": one write, so that the lines
 // of different threads do not interleave, made without copying the message when the output is not
 // a console.
@@ -31,8 +48,8 @@ void Echo(std::string& entry)
     HANDLE out = GetStdHandle(STD_OUTPUT_HANDLE);
     if (!out || out == INVALID_HANDLE_VALUE)
         return;
-    DWORD mode, written;
-    if (GetConsoleMode(out, &mode)) {
+    DWORD written;
+    if (IsConsole(out)) {
         int length = entry.empty() ? 0
                                    : MultiByteToWideChar(CP_UTF8, 0, entry.data(), static_cast<int>(entry.size()),
                                                          nullptr, 0);
