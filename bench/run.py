@@ -35,6 +35,13 @@ PROGRAM = os.path.join(BUILD, "bin", "VeyUpdater.exe")
 HASH_BENCH = os.path.join(BUILD, "bench", "hash_bench.exe")
 MANIFEST_BENCH = os.path.join(BUILD, "bench", "manifest_bench.exe")
 
+
+def use_programs(folder):
+    """Measures the programs of another build: a folder holding VeyUpdater.exe and the harnesses."""
+    global PROGRAM, HASH_BENCH, MANIFEST_BENCH
+    PROGRAM, HASH_BENCH, MANIFEST_BENCH = (os.path.join(folder, name) for name in
+                                           ("VeyUpdater.exe", "hash_bench.exe", "manifest_bench.exe"))
+
 MIB = 1 << 20
 HASH_SIZE = 256 * MIB
 LARGE_SIZE = 200 * MIB
@@ -196,10 +203,10 @@ class Bench:
         self.nginx = Nginx(serve)
         self.domain = self.nginx.domain
 
-    def make_app(self, name, program=PROGRAM):
+    def make_app(self, name, program=None):
         folder = os.path.join(self.work, name)
         os.makedirs(folder, exist_ok=True)
-        shutil.copy(program, folder)
+        shutil.copy(program or PROGRAM, folder)
         return folder
 
     def reset_app(self, app):
@@ -462,7 +469,12 @@ def main():
     parser.add_argument("--keep", action="store_true", help="keep the data folder")
     parser.add_argument("--cases", default="12345", help="which cases to run, e.g. 13 (default all)")
     parser.add_argument("--no-doc", action="store_true", help="do not rewrite docs/benchmarks.md")
+    parser.add_argument("--programs", help="measure the VeyUpdater.exe, hash_bench.exe and manifest_bench.exe "
+                                           "of this folder instead of this build's (implies --no-doc)")
     options = parser.parse_args()
+    if options.programs:
+        use_programs(options.programs)
+        options.no_doc = True
 
     subprocess.run([os.path.join(ROOT, "tests", "support", "wine-prefix"), "up", WINE_PREFIX], check=True)
     bench = Bench(options)
