@@ -99,5 +99,6 @@ void HttpRequest::Exchange()
     PoolFree(buffer);
     PoolFree(workBody);
     workBody = nullptr;
+    EndBody();
     file.Close();
 }

@@ -18,6 +18,9 @@ void HttpRequest::Receive(char* buffer)
         if (got < 0) {
             if (WSAGetLastError() != WSAEWOULDBLOCK)
                 return;
+            // What has arrived goes to the file before the wait, so the file grows with the body.
+            if (!WriteBatch())
+                return;
             bool readable = false, failed = false;
             if (!WaitSocket(socket, receiveTimeoutMs, &readable, nullptr, &failed) || !readable || failed)
                 return;

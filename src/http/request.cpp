@@ -17,6 +17,7 @@ HttpRequest::HttpRequest() : socket(INVALID_SOCKET)
 
 HttpRequest::~HttpRequest()
 {
+    EndBody();
     Reset();
     PoolFree(rateSlots);
     DeleteCriticalSection(RateLock());
@@ -92,6 +93,8 @@ void HttpRequest::Transfer(HttpUrl next)
         workBody = nullptr;
         received = 0;
         expected = 0;
+        writeBatchLength = 0;
+        writeBatchOffset = 0;
         workHeaders.clear();
         workStatus = 0;
         socket = INVALID_SOCKET;

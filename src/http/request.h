@@ -32,8 +32,13 @@ public:
     // -1 when the response is refused, otherwise the number of bytes the head took.
     int64_t ParseHead(const char* bytes, size_t count);
     // Delivers body bytes to memory or to outputPath at the rate allowed: the number taken, or -1
-    // when the file cannot be opened or written.
+    // when the file cannot be opened or written. Bytes for the file are gathered into batches of
+    // kWriteBatchSize that are written at their offsets when full, before every wait, and before
+    // the body counts as complete.
     int64_t TakeBody(const char* bytes, size_t count);
+    // Writes the body bytes still gathered to the file and releases the batch; a transfer that
+    // ends early thus leaves in the file every byte it received.
+    void EndBody();
 
     // Settings.
     HttpUrl url;                    // the URL last given to Execute
@@ -83,11 +88,17 @@ public:
     int64_t expected = 0;
     HttpHeaders workHeaders;
     uint32_t workStatus = 0;
+    char* writeBatch = nullptr;     // pooled block of kWriteBatchSize: body bytes not yet written
+    uint32_t writeBatchLength = 0;
+    uint64_t writeBatchOffset = 0;  // file offset of the batch's first byte
     uintptr_t socket;
     HttpUrl target;                 // the URL of this pass; differs from url after a redirect
 
 private:
     static constexpr size_t kReceiveBufferSize = 32768;
+    // One write through the completion port costs far more than copying a piece, so the pieces
+    // of a body go to the file in batches of this size.
+    static constexpr size_t kWriteBatchSize = size_t(1) << 20;
 
     void ClearResults();
     // Releases the body (to the pool when owned) and forgets its content type.
@@ -97,5 +108,9 @@ private:
     void Exchange();
     std::wstring BuildHead() const;
     void Receive(char* buffer);
+    // Adds body bytes to the batch, writing each batch that fills up; false when a write fails.
+    bool GatherForFile(const char* bytes, size_t count);
+    // Writes the gathered bytes at their offset; false when the write fails or is short.
+    bool WriteBatch();
     _RTL_CRITICAL_SECTION* RateLock();
 };

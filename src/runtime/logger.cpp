@@ -5,6 +5,7 @@
 
 #include <windows.h>
 #include <shlobj.h>
+#include <atomic>
 #include <cstring>
 #include <new>
 
@@ -23,22 +24,54 @@ void WriteAll(HANDLE file, const void* data, DWORD length)
     WriteFile(file, data, length, &written, nullptr);
 }
 
-void Echo(const std::string& prefix, const char* message, size_t length)
+// Whether `out` is a console. The answer is kept for the handle (in the low bit beside its value,
+// which is a multiple of 4), since each question is a trip to the system (to Wine's server, under
+// Wine) and the program's standard output stays the same handle for its whole run.
+bool IsConsole(HANDLE out)
+{
+    static std::atomic<uintptr_t> known{0};
+    uintptr_t handle = reinterpret_cast<uintptr_t>(out);
+    uintptr_t kept = known.load(std::memory_order_relaxed);
+    if ((kept & ~uintptr_t(1)) == handle)
+        return (kept & 1) != 0;
+    DWORD mode;
+    bool console = GetConsoleMode(out, &mode) != FALSE;
+    known.store(handle | (console ? 1 : 0), std::memory_order_relaxed);
+    return console;
+}
+
+// The entry (prefix and message) as one console line ending in "\n": one write, so that the lines
+// of different threads do not interleave, made without copying the message when the output is not
+// a console.
+void Echo(std::string& entry)
 {
     HANDLE out = GetStdHandle(STD_OUTPUT_HANDLE);
     if (!out || out == INVALID_HANDLE_VALUE)
         return;
-    DWORD mode;
-    if (GetConsoleMode(out, &mode)) {
-        std::wstring line = Utf8ToWide(prefix) + Utf8ToWide(message, static_cast<ptrdiff_t>(length)) + L"\n";
-        DWORD written;
+    DWORD written;
+    if (IsConsole(out)) {
+        int length = entry.empty() ? 0
+                                   : MultiByteToWideChar(CP_UTF8, 0, entry.data(), static_cast<int>(entry.size()),
+                                                         nullptr, 0);
+        std::wstring line(static_cast<size_t>(length > 0 ? length : 0) + 1, L'\n');
+        if (length > 0)
+            MultiByteToWideChar(CP_UTF8, 0, entry.data(), static_cast<int>(entry.size()), &line[0], length);
         WriteConsoleW(out, line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
     } else {
-        std::string line = prefix;
-        line.append(message, length);
-        line.push_back('\n');
-        WriteAll(out, line.data(), static_cast<DWORD>(line.size()));
+        entry.push_back('\n');
+        WriteAll(out, entry.data(), static_cast<DWORD>(entry.size()));
+        entry.pop_back();
     }
+}
+
+// A new entry: kPrefixRoom bytes for the prefix, then room for a message of `length` bytes and for
+// the line end that the echo adds.
+std::string NewEntry(size_t length)
+{
+    std::string entry;
+    entry.reserve(wLogger::kPrefixRoom + length + 1);
+    entry.resize(wLogger::kPrefixRoom + length);
+    return entry;
 }
 
 }  // namespace
@@ -122,7 +155,7 @@ std::string FormatLogPrefix(const _SYSTEMTIME& time, uint64_t elapsedMicros)
     return std::string(prefix, static_cast<size_t>(length));
 }
 
-void wLogger::Append(const char* message, size_t length)
+void wLogger::Append(std::string& entry)
 {
     SYSTEMTIME now;
     localTime(&now);
@@ -130,13 +163,13 @@ void wLogger::Append(const char* message, size_t length)
     QueryPerformanceCounter(&counter);
     uint64_t delta = static_cast<uint64_t>(counter.QuadPart - lastCounter) * 1000000 / static_cast<uint64_t>(frequency);
     lastCounter = counter.QuadPart;
-    std::string prefix = FormatLogPrefix(now, delta);
+    entry.replace(0, kPrefixRoom, FormatLogPrefix(now, delta));
     if (echo)
-        Echo(prefix, message, length);
+        Echo(entry);
 
-    uint64_t entry = prefix.size() + length + 2;
+    uint64_t size = entry.size() + 2;
     EnterCriticalSection(Lock(lock));
-    if (entry <= capacity - used) {
+    if (size <= capacity - used) {
         auto put = [this](const void* data, size_t count) {
             auto* bytes = static_cast<const unsigned char*>(data);
             uint32_t tail = (readOffset + used) % capacity;
@@ -145,8 +178,7 @@ void wLogger::Append(const char* message, size_t length)
             memcpy(ring, bytes + first, count - first);
             used += static_cast<uint32_t>(count);
         };
-        put(prefix.data(), prefix.size());
-        put(message, length);
+        put(entry.data(), entry.size());
         put("\r\n", 2);
     } else {
         overflow = 1;
@@ -233,23 +265,41 @@ void wLogger::CloseFile()
     fileYear = fileMonth = fileDay = 0;
 }
 
+// The message is formatted straight into the entry, behind the room for the prefix.
 void LogA(const char* format, ...)
 {
     va_list args;
     va_start(args, format);
-    std::string message = FormatAV(format, args);
+    va_list counting;
+    va_copy(counting, args);
+    int length = _vscprintf(format, counting);
+    va_end(counting);
+    std::string entry = NewEntry(length > 0 ? static_cast<size_t>(length) : 0);
+    if (length > 0)
+        _vsnprintf(&entry[wLogger::kPrefixRoom], static_cast<size_t>(length), format, args);
     va_end(args);
     if (wLogger* logger = wLogger::Instance())
-        logger->Append(message.data(), message.size());
+        logger->Append(entry);
 }
 
+// The wide message is converted into the entry and dropped before the entry is appended, so a
+// large message is never held in both forms while it is echoed and buffered.
 void LogW(const wchar_t* format, ...)
 {
-    va_list args;
-    va_start(args, format);
-    std::wstring message = FormatWV(format, args);
-    va_end(args);
-    std::string bytes = WideToUtf8(message);
+    std::string entry;
+    {
+        va_list args;
+        va_start(args, format);
+        std::wstring message = FormatWV(format, args);
+        va_end(args);
+        int length = message.empty() ? 0
+                                     : WideCharToMultiByte(CP_UTF8, 0, message.data(), static_cast<int>(message.size()),
+                                                           nullptr, 0, nullptr, nullptr);
+        entry = NewEntry(length > 0 ? static_cast<size_t>(length) : 0);
+        if (length > 0)
+            WideCharToMultiByte(CP_UTF8, 0, message.data(), static_cast<int>(message.size()),
+                                &entry[wLogger::kPrefixRoom], length, nullptr, nullptr);
+    }
     if (wLogger* logger = wLogger::Instance())
-        logger->Append(bytes.data(), bytes.size());
+        logger->Append(entry);
 }

@@ -28,7 +28,13 @@ public:
     static void Stop();
     static wLogger* Instance();
 
-    void Append(const char* message, size_t length);
+    // Room for the prefix in front of a message: LogA and LogW build each entry as this many bytes
+    // followed by the UTF-8 message, so the prefix is written in place and the line is echoed and
+    // buffered without another copy of the message.
+    static constexpr size_t kPrefixRoom = 26;
+
+    // Stamps the entry (kPrefixRoom bytes, then the message), echoes it and buffers it.
+    void Append(std::string& entry);
     const std::wstring& LogDirectory() const { return logDirectory; }
     // The file that an entry written at `date` goes to.
     std::wstring FileNameFor(const _SYSTEMTIME& date) const;

@@ -1,6 +1,8 @@
 // HashFile: the whole file in one read through the completion port, then SHA-1.
 #include "share/digest.h"
 #include "runtime/file.h"
+#include "runtime/iocp.h"
+#include "runtime/io_request.h"
 #include "runtime/text.h"
 #include "share/sha1.h"
 
@@ -8,6 +10,58 @@
 #include <cstdlib>
 
 const wchar_t kNoDigest[] = L"________________________________________";
+
+namespace {
+
+// The pages of a fresh buffer are mapped by the first write to each of them. Mapped one fault at a
+// time inside the read they cost about twice as much as a write from here (measured under Wine:
+// 256 MiB read in 0.19 s into a fresh buffer, 0.04 s into a touched one; touching it takes 0.08 s
+// on one thread), so a large buffer is touched before the read, the upper half on a completion-port
+// worker while this thread touches the lower half.
+constexpr uint32_t kTouchFirstFrom = 8u << 20;
+
+struct TouchRange {
+    unsigned char* begin;
+    unsigned char* end;
+    HANDLE done;
+};
+
+void Touch(unsigned char* begin, unsigned char* end)
+{
+    static const DWORD pageSize = [] {
+        SYSTEM_INFO info;
+        GetSystemInfo(&info);
+        return info.dwPageSize;
+    }();
+    for (volatile unsigned char* page = begin; page < end; page += pageSize)
+        *page = 0;
+}
+
+void TouchOnWorker(IoRequest* request)
+{
+    auto* range = static_cast<TouchRange*>(request->context);
+    Touch(range->begin, range->end);
+    SetEvent(range->done);
+}
+
+void TouchBuffer(unsigned char* buffer, uint32_t length)
+{
+    TouchRange upper{buffer + length / 2, buffer + length, CreateEventW(nullptr, TRUE, FALSE, nullptr)};
+    if (!upper.done) {
+        Touch(buffer, buffer + length);
+        return;
+    }
+    IoRequest* request = NewIoRequest();
+    request->refCount = 1;
+    request->context = &upper;
+    request->callback = TouchOnWorker;
+    IocpPost(CompleteIoRequest, &request->overlapped, 0);
+    Touch(buffer, upper.begin);
+    WaitForSingleObject(upper.done, INFINITE);
+    CloseHandle(upper.done);
+}
+
+}  // namespace
 
 FileDigest HashFile(const std::wstring& path)
 {
@@ -32,6 +86,8 @@ FileDigest HashFile(const std::wstring& path)
     auto* buffer = static_cast<unsigned char*>(malloc(size_t(length) + 1));
     if (!buffer)
         return digest;
+    if (length >= kTouchFirstFrom)
+        TouchBuffer(buffer, length);
     IoResult read{0, 0};
     if (length > 0)
         read = file.Read(0, buffer, length);

@@ -1,5 +1,7 @@
 """The real VeyUpdater.exe under Wine: the argument, the configuration lines and the domain ring."""
+import glob
 import os
+import re
 import unittest
 
 from veytest import make_app_folder, quote_argument, read_log, run_windows
@@ -20,6 +22,18 @@ class Entry(unittest.TestCase):
         self.assertTrue(messages[2].startswith("Command line is "), messages[2])
         self.assertTrue(messages[2].endswith(argument), messages[2])
         return messages[3:]
+
+    def test_console_echoes_every_entry_as_logged(self):
+        # Standard output here is a pipe: each entry is echoed as its prefix and message ended by "\n".
+        argument = quote_argument('{"domains":[], "pathAndQuery":"/m", "argOrg":"\u00e9\u20ac"}') + "%0D%0Ax"
+        folder = make_app_folder("echo")
+        code, output = run_windows(os.path.join(folder, "VeyUpdater.exe"), [argument])
+        self.assertEqual(code, 0)
+        log = glob.glob(os.path.join(folder, "_logs", "*.log"))[0]
+        with open(log, "rb") as f:
+            entries = re.split(rb"\r\n(?=\d\d:\d\d:\d\d\.\d{3} )", f.read()[3:-2])
+        self.assertGreater(len(entries), 4)
+        self.assertEqual(output, b"".join(entry + b"\n" for entry in entries))
 
     def test_no_argument_creates_nothing(self):
         folder = self.run_updater("no-argument", None)

@@ -5,6 +5,8 @@
 #include "runtime/text.h"
 
 #include <windows.h>
+#include <string>
+#include <thread>
 
 namespace {
 
@@ -85,4 +87,32 @@ TEST_F(FileTest, OperationOnClosedFileReturnsItsError)
     IoResult read = file.Read(0, buffer, sizeof(buffer));
     EXPECT_EQ(read.error, static_cast<uint32_t>(ERROR_INVALID_HANDLE));
     EXPECT_EQ(read.bytes, 0u);
+}
+
+// The waiting event is made once per thread and reused: every call still returns its own result,
+// after failures too, and threads that wait at the same time each get their own completions.
+TEST_F(FileTest, ThreadsReuseTheirEventAndEachGetTheirOwnResults)
+{
+    auto work = [this](int id, bool* ok) {
+        std::wstring own = path + L"." + std::to_wstring(id);
+        wFile file;
+        *ok = file.Open(own, true, true, false, CREATE_ALWAYS) == 0;
+        for (uint32_t i = 0; i < 200 && *ok; ++i) {
+            uint32_t value = i * 31 + static_cast<uint32_t>(id), read = 0;
+            IoResult written = file.Write(i * 4, &value, 4);
+            IoResult past = file.Read(1 << 20, &read, 4);
+            IoResult back = file.Read(i * 4, &read, 4);
+            *ok = written.error == 0 && written.bytes == 4 && past.error == ERROR_HANDLE_EOF && past.bytes == 0 &&
+                  back.error == 0 && back.bytes == 4 && read == value;
+        }
+        file.Close();
+        DeleteFileW(own.c_str());
+    };
+    bool ok[4] = {};
+    std::thread threads[3] = {std::thread(work, 1, &ok[1]), std::thread(work, 2, &ok[2]), std::thread(work, 3, &ok[3])};
+    work(0, &ok[0]);
+    for (auto& thread : threads)
+        thread.join();
+    for (bool each : ok)
+        EXPECT_TRUE(each);
 }

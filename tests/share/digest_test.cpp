@@ -3,6 +3,7 @@
 #include "runtime/iocp.h"
 #include "runtime/text.h"
 #include "share/digest.h"
+#include "share/sha1.h"
 
 #include <windows.h>
 
@@ -80,4 +81,18 @@ TEST_F(DigestTest, LargestHashedSizeAndOneByteMore)
     DeleteFileW((base + L"\\limit.bin").c_str());
     DeleteFileW((base + L"\\over.bin").c_str());
     DeleteFileW((base + L"\\big.bin").c_str());
+}
+
+// Files from 8 MiB on are read into a buffer touched first on two threads; the digest is the same.
+TEST_F(DigestTest, LargeFileReadIntoATouchedBuffer)
+{
+    std::string data(9u << 20, '\0');
+    for (size_t i = 0; i < data.size(); ++i)
+        data[i] = static_cast<char>((i * 2654435761u) >> 13);
+    uint8_t expected[kSha1DigestSize];
+    Sha1Buffer(data.data(), data.size(), expected);
+    FileDigest digest = HashFile(Make(L"large.bin", data));
+    EXPECT_EQ(digest.hash, BytesToHex(expected, sizeof(expected)));
+    EXPECT_EQ(digest.size, data.size());
+    DeleteFileW((base + L"\\large.bin").c_str());
 }

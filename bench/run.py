@@ -1,0 +1,497 @@
+#!/usr/bin/env python3
+"""The benchmark suite: VeyUpdater under Wine against the tools a user would script instead.
+
+Makes its data under a temporary folder, serves it with nginx on 127.0.0.1, runs every case
+several times (program and reference alternately, after one unmeasured warm-up run of each),
+prints a table of medians, ranges, ratios and peak memory, and rewrites docs/benchmarks.md.
+
+Times are wall times of whole processes, started from here, for the program and the reference
+alike. Peak memory is the peak resident set of the process (with the processes it waited for)
+as GNU time reports it, so for the program it is the Wine process, Wine's own share included.
+"""
+import argparse
+import datetime
+import hashlib
+import json
+import os
+import platform
+import random
+import shutil
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+from urllib.parse import quote
+
+ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+BUILD = os.path.join(ROOT, "build")
+sys.path.insert(0, os.path.join(ROOT, "tests", "support"))
+from servers import Nginx  # noqa: E402
+
+WINE_RUN = os.path.join(BUILD, "wine-run")
+WINE_PREFIX = os.path.join(BUILD, "bench-wineprefix")
+PROGRAM = os.path.join(BUILD, "bin", "VeyUpdater.exe")
+HASH_BENCH = os.path.join(BUILD, "bench", "hash_bench.exe")
+MANIFEST_BENCH = os.path.join(BUILD, "bench", "manifest_bench.exe")
+
+
+def use_programs(folder):
+    """Measures the programs of another build: a folder holding VeyUpdater.exe and the harnesses."""
+    global PROGRAM, HASH_BENCH, MANIFEST_BENCH
+    PROGRAM, HASH_BENCH, MANIFEST_BENCH = (os.path.join(folder, name) for name in
+                                           ("VeyUpdater.exe", "hash_bench.exe", "manifest_bench.exe"))
+
+MIB = 1 << 20
+HASH_SIZE = 256 * MIB
+LARGE_SIZE = 200 * MIB
+MANY_COUNT = 5000
+MANY_FOLDERS = 50
+CHANGED_COUNT = 500
+BIG_MANIFEST_ENTRIES = 50000
+
+
+def windows_path(path):
+    return "Z:" + os.path.abspath(path).replace("/", "\\")
+
+
+def random_file(path, size):
+    os.makedirs(os.path.dirname(path), exist_ok=True)
+    with open(path, "wb") as f:
+        while size > 0:
+            piece = min(size, 16 * MIB)
+            f.write(os.urandom(piece))
+            size -= piece
+
+
+def sha1_of(path):
+    digest = hashlib.sha1()
+    with open(path, "rb") as f:
+        for block in iter(lambda: f.read(MIB), b""):
+            digest.update(block)
+    return digest.hexdigest().upper()
+
+
+def write_manifest(path, entries, url_prefix):
+    """The manifest as tools/make-manifest writes it."""
+    manifest = {"files": entries, "urlPrefix": url_prefix}
+    with open(path, "w", encoding="utf-8") as f:
+        f.write(json.dumps(manifest, ensure_ascii=False, indent=1) + "\n")
+
+
+def argument(domain, path):
+    return quote(json.dumps({"domains": [domain], "pathAndQuery": path, "argOrg": "", "httpSharePort": 0}), safe="")
+
+
+def timed(command, cwd=None, stdout=subprocess.DEVNULL, env=None):
+    """Runs a command under GNU time; returns (wall seconds, peak resident KiB, stderr text).
+    GNU time's own small process is what forks, so the peak is the command's and not this
+    script's. Fails on a non-zero exit."""
+    with tempfile.NamedTemporaryFile("r", suffix=".rss") as rss:
+        start = time.perf_counter()
+        done = subprocess.run(["/usr/bin/time", "-f", "%M", "-o", rss.name, *command], cwd=cwd,
+                              stdin=subprocess.DEVNULL, stdout=stdout, stderr=subprocess.PIPE, env=env)
+        seconds = time.perf_counter() - start
+        peak = int(rss.read().split()[-1])
+    if done.returncode != 0:
+        raise RuntimeError(f"{command[:3]} exited with {done.returncode}: {done.stderr[-2000:]!r}")
+    return seconds, peak, done.stderr.decode(errors="replace")
+
+
+def log_messages(app):
+    """The messages of the program's log under app/_logs, prefixes removed."""
+    text = b""
+    folder = os.path.join(app, "_logs")
+    for name in sorted(os.listdir(folder)):
+        with open(os.path.join(folder, name), "rb") as f:
+            text += f.read()
+    return [line[26:] for line in text.decode("utf-8-sig").split("\r\n") if line]
+
+
+class Series:
+    """Measurements of one side of one case."""
+
+    def __init__(self):
+        self.seconds = []
+        self.peaks = []
+
+    def add(self, seconds, peak_kib):
+        self.seconds.append(seconds)
+        self.peaks.append(peak_kib)
+
+    @property
+    def median(self):
+        return statistics.median(self.seconds)
+
+    def text(self):
+        return f"{self.median:.3f} s ({min(self.seconds):.3f}–{max(self.seconds):.3f})"
+
+    def peak_text(self):
+        return f"{max(self.peaks) / 1024:.0f} MiB"
+
+
+class Bench:
+    def __init__(self, options):
+        self.runs = options.runs
+        self.work = tempfile.mkdtemp(prefix="vey-bench-", dir=options.temp)
+        self.keep = options.keep
+        self.env = dict(os.environ, VEY_WINEPREFIX=WINE_PREFIX)
+        self.rng = random.Random(20240611)
+        self.rows = []
+        self.notes = []
+        self.nginx = None
+
+    # ----- set-up
+
+    def prepare(self):
+        print(f"data under {self.work}", flush=True)
+        serve = os.path.join(self.work, "serve")
+        os.makedirs(serve)
+
+        self.hash_file = os.path.join(self.work, "hash", "file256.bin")
+        random_file(self.hash_file, HASH_SIZE)
+
+        # One large file.
+        large = os.path.join(serve, "one", "files", "large.bin")
+        random_file(large, LARGE_SIZE)
+        self.large_hash = sha1_of(large)
+        write_manifest(os.path.join(serve, "one", "manifest.json"),
+                       [{"n": "large.bin", "h": self.large_hash, "s": LARGE_SIZE}], "/one/files")
+
+        # Many files: 5,000 of 50,000 to 150,000 bytes in 50 folders, about 500 MB.
+        self.many_names = []
+        entries = []
+        for i in range(MANY_COUNT):
+            name = f"d{i % MANY_FOLDERS:02d}/file{i:04d}.bin"
+            path = os.path.join(serve, "many", "files", name)
+            random_file(path, self.rng.randint(50000, 150000))
+            self.many_names.append(name)
+            entries.append({"n": name, "h": sha1_of(path), "s": os.path.getsize(path)})
+        write_manifest(os.path.join(serve, "many", "manifest.json"), entries, "/many/files")
+        self.many_bytes = sum(entry["s"] for entry in entries)
+        self.changed_names = self.many_names[::MANY_COUNT // CHANGED_COUNT]
+        self.changed_bytes = sum(os.path.getsize(os.path.join(serve, "many", "files", n)) for n in self.changed_names)
+
+        # Installations: all files current (hard links to the served files, which nothing writes),
+        # and 10% older versions (own copies, since the script's curl writes into them).
+        self.app_current = self.make_app("app-current")
+        self.app_changed = self.make_app("app-changed")
+        self.old_versions = os.path.join(self.work, "old")
+        for name in self.many_names:
+            served = os.path.join(serve, "many", "files", name)
+            for app in (self.app_current, self.app_changed):
+                os.makedirs(os.path.dirname(os.path.join(app, name)), exist_ok=True)
+            os.link(served, os.path.join(self.app_current, name))
+            if name in self.changed_names:
+                random_file(os.path.join(self.old_versions, name), os.path.getsize(served) - 1000)
+            else:
+                os.link(served, os.path.join(self.app_changed, name))
+        self.app_large = self.make_app("app-large")
+        self.script_large = os.path.join(self.work, "script-large")
+        os.makedirs(self.script_large)
+
+        # A manifest of 50,000 entries in the publisher tool's format.
+        entries = [{"n": f"data/set{i % 100:02d}/item-{i:05d}.dat",
+                    "h": "%040X" % self.rng.getrandbits(160), "s": self.rng.randint(1, 10 ** 7)}
+                   for i in range(BIG_MANIFEST_ENTRIES)]
+        self.big_manifest = os.path.join(serve, "big", "manifest.json")
+        os.makedirs(os.path.dirname(self.big_manifest))
+        write_manifest(self.big_manifest, entries, "/big/files")
+        self.app_manifest = self.make_app("app-manifest", MANIFEST_BENCH)
+        self.app_empty = self.make_app("app-empty")
+
+        self.nginx = Nginx(serve)
+        self.domain = self.nginx.domain
+
+    def make_app(self, name, program=None):
+        folder = os.path.join(self.work, name)
+        os.makedirs(folder, exist_ok=True)
+        shutil.copy(program or PROGRAM, folder)
+        return folder
+
+    def reset_app(self, app):
+        for name in ("_update", "_logs"):
+            shutil.rmtree(os.path.join(app, name), ignore_errors=True)
+
+    # ----- running
+
+    def run_program(self, app, manifest_path, out_name):
+        self.reset_app(app)
+        with open(os.path.join(self.work, out_name), "wb") as out:
+            seconds, peak, _ = timed([WINE_RUN, os.path.join(app, "VeyUpdater.exe"),
+                                      argument(self.domain, manifest_path)], stdout=out, env=self.env)
+        return seconds, peak, log_messages(app)
+
+    def alternate(self, program, reference, check_program=None, check_reference=None, before=None):
+        """One warm-up of each, then `runs` rounds of program and reference."""
+        mine, theirs = Series(), Series()
+        for round_number in range(self.runs + 1):
+            for side, run, check in ((mine, program, check_program), (theirs, reference, check_reference)):
+                if before:
+                    before(side is mine)
+                seconds, peak, detail = run()
+                if check:
+                    check(detail)
+                if round_number > 0:
+                    side.add(seconds, peak)
+        return mine, theirs
+
+    # ----- the cases
+
+    def case_hashing(self):
+        subprocess.run(["cat", self.hash_file], stdout=subprocess.DEVNULL, check=True)
+        expected = sha1_of(self.hash_file)
+        in_process = []
+
+        def program():
+            seconds, peak, text = timed([WINE_RUN, HASH_BENCH, windows_path(self.hash_file)], env=self.env)
+            fields = text.split()
+            if fields[1] != expected:
+                raise RuntimeError(f"HashFile gave {fields[1]}, expected {expected}")
+            in_process.append(float(fields[5]))
+            return seconds, peak, None
+
+        mine, openssl = self.alternate(program, lambda: timed(["openssl", "sha1", self.hash_file]))
+        _, sha1sum = self.alternate(program, lambda: timed(["sha1sum", self.hash_file]))
+        in_process_median = statistics.median(in_process[1:])
+        self.add_row("1. Hashing, 256 MiB file (HashFile in hash_bench.exe)", mine, openssl, "openssl sha1", 1.0,
+                     extra=[("sha1sum", sha1sum)])
+        self.notes.append(f"Hashing: HashFile itself took {in_process_median:.3f} s in-process (median); the rest "
+                          "of the program's time is starting and ending the Wine process.")
+
+    def case_large(self):
+        target = os.path.join(self.app_large, "large.bin")
+        url = f"http://{self.domain}/one/files/large.bin"
+        staged = os.path.join(self.script_large, "stage", "large.bin")
+        placed = os.path.join(self.script_large, "large.bin")
+        script = (f'mkdir -p "{os.path.dirname(staged)}" && curl -s -f -o "{staged}" "{url}" && '
+                  f'[ "$(openssl sha1 -r "{staged}" | cut -d" " -f1)" = "{self.large_hash.lower()}" ] && '
+                  f'mv "{staged}" "{placed}"')
+
+        def before(is_program):
+            for path in (target, placed):
+                if os.path.exists(path):
+                    os.unlink(path)
+
+        def check_program(messages):
+            if "Replaced " + windows_path(target) not in messages or os.path.getsize(target) != LARGE_SIZE:
+                raise RuntimeError("the large file was not replaced:\n" + "\n".join(messages[-5:]))
+
+        def check_reference(_):
+            if os.path.getsize(placed) != LARGE_SIZE:
+                raise RuntimeError("the script did not place the large file")
+
+        mine, theirs = self.alternate(lambda: self.run_program(self.app_large, "/one/manifest.json", "out-large.txt"),
+                                      lambda: timed(["bash", "-c", script]), check_program, check_reference, before)
+        self.add_row("2. One 200 MiB file: download, verify, move", mine, theirs, "curl + openssl sha1 + mv", 1.1)
+
+    def case_noop(self):
+        def check_program(messages):
+            if "Nothing to update!" not in messages:
+                raise RuntimeError("the no-op run found something to do:\n" + "\n".join(messages[-5:]))
+
+        mine, theirs = self.alternate(
+            lambda: self.run_program(self.app_current, "/many/manifest.json", "out-noop.txt"),
+            lambda: timed(["sha1sum", *self.many_names], cwd=self.app_current), check_program)
+        self.add_row(f"3. No-op over {MANY_COUNT:,} files ({self.many_bytes / 1e6:.0f} MB)", mine, theirs,
+                     "sha1sum", 0.8)
+
+    def case_changed(self):
+        config = os.path.join(self.work, "curl-changed.txt")
+        with open(config, "w") as f:
+            for name in self.changed_names:
+                f.write(f'url = "http://{self.domain}/many/files/{name}"\n')
+                f.write(f'output = "{os.path.join(self.app_changed, name)}"\n')
+        listing = os.path.join(self.work, "all-files.txt")
+        with open(listing, "w") as f:
+            f.write("\0".join(self.many_names) + "\0")
+        script = (f'curl -s -f -K "{config}" && xargs -0 sha1sum < "{listing}" > /dev/null')
+
+        def before(is_program):
+            for name in self.changed_names:
+                path = os.path.join(self.app_changed, name)
+                if os.path.exists(path):
+                    os.unlink(path)
+                shutil.copyfile(os.path.join(self.old_versions, name), path)
+
+        def check_program(messages):
+            replaced = sum(1 for m in messages if m.startswith("Replaced "))
+            if replaced != CHANGED_COUNT:
+                raise RuntimeError(f"{replaced} files replaced:\n" + "\n".join(messages[-5:]))
+
+        mine, theirs = self.alternate(
+            lambda: self.run_program(self.app_changed, "/many/manifest.json", "out-changed.txt"),
+            lambda: timed(["bash", "-c", script], cwd=self.app_changed), check_program, None, before)
+        self.add_row(f"4. {MANY_COUNT:,} files, {CHANGED_COUNT} changed ({self.changed_bytes / 1e6:.0f} MB)", mine,
+                     theirs, "curl (one process, 500 URLs) + sha1sum", 1.0)
+
+    def case_manifest(self):
+        url = f"http://{self.domain}/big/manifest.json"
+        body = os.path.getsize(self.big_manifest)
+        results = []
+        whole = Series()
+        for round_number in range(self.runs + 1):
+            self.reset_app(self.app_manifest)
+            with open(os.path.join(self.work, "out-manifest.txt"), "wb") as out:
+                seconds, peak, text = timed([WINE_RUN, os.path.join(self.app_manifest, "manifest_bench.exe"), url],
+                                            stdout=out, env=self.env)
+            fields = text.split()
+            values = dict(zip(fields[0::2], fields[1::2]))
+            if int(values["entries"]) != BIG_MANIFEST_ENTRIES:
+                raise RuntimeError(f"manifest harness: {text}")
+            if round_number > 0:
+                results.append(values)
+                whole.add(seconds, peak)
+        parse_log = [float(v["parse_log"]) + float(v["flush"]) for v in results]
+        beyond = [(int(v["peak"]) - int(v["held"])) / MIB for v in results]
+        series = Series()
+        for seconds, peak in zip(parse_log, whole.peaks):
+            series.add(seconds, peak)
+        met = statistics.median(parse_log) < 1.0 and max(beyond) < 64
+        self.rows.append({
+            "case": f"5. Manifest of {BIG_MANIFEST_ENTRIES:,} entries ({body / 1e6:.1f} MB): parse and log",
+            "program": series.text(), "reference": "—", "ratio": "—",
+            "target": "< 1 s, < 64 MiB beyond the body", "met": "yes" if met else "no",
+            "memory": f"{max(beyond):.0f} MiB beyond the body (peak {series.peak_text()})",
+        })
+        self.notes.append(f"Manifest: parse and log measured in-process by manifest_bench.exe (fetch not included, "
+                          f"logger flush included); whole process {whole.text()} including the fetch; memory beyond "
+                          "the body = peak working set minus the working set with the fetched body held "
+                          "(K32GetProcessMemoryInfo).")
+
+    def add_row(self, case, mine, theirs, reference_name, target, extra=()):
+        ratio = mine.median / theirs.median
+        self.rows.append({
+            "case": case, "program": mine.text(), "reference": f"{reference_name}: {theirs.text()}",
+            "ratio": f"{ratio:.2f}", "target": f"≤ {target:.1f} ×", "met": "yes" if ratio <= target else "no",
+            "memory": f"{mine.peak_text()} (reference {theirs.peak_text()})",
+        })
+        for name, series in extra:
+            self.rows.append({
+                "case": "", "program": "", "reference": f"{name}: {series.text()}",
+                "ratio": f"{mine.median / series.median:.2f}", "target": "", "met": "",
+                "memory": f"(reference {series.peak_text()})",
+            })
+
+    # ----- report
+
+    def machine(self):
+        model = "unknown CPU"
+        with open("/proc/cpuinfo") as f:
+            for line in f:
+                if line.startswith("model name"):
+                    model = line.split(":", 1)[1].strip()
+                    break
+        wine = subprocess.run(["/usr/lib/wine/wine64", "--version"], capture_output=True, text=True).stdout.strip()
+        return f"{model}, {os.cpu_count()} cores, Linux {platform.release()}, {wine}"
+
+    def report(self):
+        headers = ["Case", "VeyUpdater under Wine: median (min–max)", "Reference: median (min–max)",
+                   "Ratio", "Target", "Met", "Program peak memory"]
+        keys = ["case", "program", "reference", "ratio", "target", "met", "memory"]
+        rows = self.rows + [{"case": "6. Peer discovery", "program": "not measured yet: needs peer sharing",
+                             "reference": "—", "ratio": "—", "target": "—", "met": "—", "memory": "—"}]
+        lines = ["| " + " | ".join(headers) + " |", "|" + "---|" * len(headers)]
+        lines += ["| " + " | ".join(row[k] for k in keys) + " |" for row in rows]
+        table = "\n".join(lines)
+        stamp = datetime.datetime.now().strftime("%Y-%m-%d %H:%M")
+        machine = self.machine()
+        header = (f"Machine: {machine}. Date: {stamp}. Runs per case: {self.runs} (medians), after one warm-up run.\n"
+                  "The program runs under Wine (wine64, a prewarmed wineserver); the references run natively.")
+        print()
+        print(header)
+        print(table)
+        for note in self.notes:
+            print("- " + note)
+        return header, table, machine, stamp
+
+    def close(self):
+        if self.nginx:
+            self.nginx.stop()
+        if not self.keep:
+            shutil.rmtree(self.work, ignore_errors=True)
+
+
+GENERATED_END = "<!-- The part above is written by bench/run.sh; the part below is kept as it is. -->"
+
+METHOD = """\
+# Benchmarks
+
+Run the suite with:
+
+    bash bench/run.sh
+
+It installs what it needs, builds VeyUpdater.exe and the harnesses in `bench/`, makes its data
+under a temporary folder, serves it with nginx on 127.0.0.1, runs every case several times and
+rewrites the part of this file above the marker line.
+
+How it measures:
+- Every time is the wall time of a whole process started by the suite, for the program and the
+  reference alike (so the program's figures include starting and ending a Wine process). Each
+  case runs once unmeasured to warm caches, then the program and the reference alternate.
+- VeyUpdater.exe and the harnesses run under Wine (wine64, one prewarmed wineserver in the
+  suite's own prefix `build/bench-wineprefix`); the references (curl, openssl, sha1sum, bash) run
+  natively.
+- Peak memory is the peak resident set (GNU time's %M) of the process, for the program that of
+  the Wine process, Wine's own share included (a Wine process that does nothing peaks at about
+  30 MiB).
+- Case 1 runs `hash_bench.exe`, which calls HashFile once on the file. Case 5 runs
+  `manifest_bench.exe`, which fetches the manifest with the HTTP client and then does what the
+  manifest fetch does with a body (text conversion, JSON parse, the re-serialised document logged
+  as one entry, release); its time is the parse and log step (with the logger's final flush), its
+  memory the peak working set minus the working set with the fetched body held.
+- Cases 2 to 4 run the real VeyUpdater.exe against nginx. Case 2's installation lacks the file
+  (neither side hashes an old copy); the script downloads into a staging folder, compares
+  `openssl sha1` with the expected digest and moves the file into place. Case 4's script runs one
+  curl process for the 500 changed URLs (one connection, written straight into place) and then
+  sha1sum over all 5,000 files; the program also verifies each download and moves it into place.
+"""
+
+
+def write_document(path, header, table, notes):
+    kept = ""
+    if os.path.exists(path):
+        with open(path, encoding="utf-8") as f:
+            text = f.read()
+        if GENERATED_END in text:
+            kept = text[text.index(GENERATED_END) + len(GENERATED_END):]
+    os.makedirs(os.path.dirname(path), exist_ok=True)
+    with open(path, "w", encoding="utf-8") as f:
+        f.write(METHOD + "\n## Results\n\n" + header.replace("\n", "\n\n") + "\n\n" + table + "\n\n")
+        f.write("".join(f"- {note}\n" for note in notes))
+        f.write("\n" + GENERATED_END + (kept if kept else "\n"))
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("--runs", type=int, default=5, help="measured runs per case (default 5)")
+    parser.add_argument("--temp", default=None, help="folder for the temporary data (default: the system's)")
+    parser.add_argument("--keep", action="store_true", help="keep the data folder")
+    parser.add_argument("--cases", default="12345", help="which cases to run, e.g. 13 (default all)")
+    parser.add_argument("--no-doc", action="store_true", help="do not rewrite docs/benchmarks.md")
+    parser.add_argument("--programs", help="measure the VeyUpdater.exe, hash_bench.exe and manifest_bench.exe "
+                                           "of this folder instead of this build's (implies --no-doc)")
+    options = parser.parse_args()
+    if options.programs:
+        use_programs(options.programs)
+        options.no_doc = True
+
+    subprocess.run([os.path.join(ROOT, "tests", "support", "wine-prefix"), "up", WINE_PREFIX], check=True)
+    bench = Bench(options)
+    try:
+        bench.prepare()
+        cases = {"1": bench.case_hashing, "2": bench.case_large, "3": bench.case_noop, "4": bench.case_changed,
+                 "5": bench.case_manifest}
+        for key in options.cases:
+            print(f"case {key} ...", flush=True)
+            cases[key]()
+        header, table, machine, stamp = bench.report()
+    finally:
+        bench.close()
+        subprocess.run([os.path.join(ROOT, "tests", "support", "wine-prefix"), "down", WINE_PREFIX])
+    if not options.no_doc:
+        write_document(os.path.join(ROOT, "docs", "benchmarks.md"), header, table, bench.notes)
+
+
+if __name__ == "__main__":
+    main()
