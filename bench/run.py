@@ -16,6 +16,7 @@ import json
 import os
 import platform
 import random
+import re
 import shutil
 import statistics
 import subprocess
@@ -26,11 +27,16 @@ from urllib.parse import quote
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 BUILD = os.path.join(ROOT, "build")
+WINE_RUN = os.path.join(BUILD, "wine-run")
 sys.path.insert(0, os.path.join(ROOT, "tests", "support"))
+os.environ.setdefault("VEY_WINE_RUN", WINE_RUN)  # read by the namespace helpers when imported
+import netns  # noqa: E402
+from peer import Peer  # noqa: E402
 from servers import Nginx  # noqa: E402
 
-WINE_RUN = os.path.join(BUILD, "wine-run")
 WINE_PREFIX = os.path.join(BUILD, "bench-wineprefix")
+# Case 6's prefix: its wineserver runs inside the updater's network namespace.
+NETNS_WINE_PREFIX = os.path.join(BUILD, "bench-wineprefix-netns")
 PROGRAM = os.path.join(BUILD, "bin", "VeyUpdater.exe")
 HASH_BENCH = os.path.join(BUILD, "bench", "hash_bench.exe")
 MANIFEST_BENCH = os.path.join(BUILD, "bench", "manifest_bench.exe")
@@ -49,6 +55,12 @@ MANY_COUNT = 5000
 MANY_FOLDERS = 50
 CHANGED_COUNT = 500
 BIG_MANIFEST_ENTRIES = 50000
+DISCOVERY_ITEMS = 20
+DISCOVERY_PORT = 8090  # the share port of case 6, used only inside the benchmark's network namespaces
+DISCOVERY_TARGET_MS = 20
+# Case 6's laboratory, all inside namespaces that the benchmark creates: the updater, LAN 1's
+# bridge with the update server, and one peer.
+DISCOVERY_UPDATER, DISCOVERY_SERVER, DISCOVERY_PEER = "10.78.1.1", "10.78.1.2", "10.78.1.3"
 
 
 def windows_path(path):
@@ -79,8 +91,10 @@ def write_manifest(path, entries, url_prefix):
         f.write(json.dumps(manifest, ensure_ascii=False, indent=1) + "\n")
 
 
-def argument(domain, path):
-    return quote(json.dumps({"domains": [domain], "pathAndQuery": path, "argOrg": "", "httpSharePort": 0}), safe="")
+def argument(domain, path, share_port=0):
+    """The command-line argument; a non-zero share port is passed only to runs inside a namespace."""
+    return quote(json.dumps({"domains": [domain], "pathAndQuery": path, "argOrg": "", "httpSharePort": share_port}),
+                 safe="")
 
 
 def timed(command, cwd=None, stdout=subprocess.DEVNULL, env=None):
@@ -106,6 +120,35 @@ def log_messages(app):
         with open(os.path.join(folder, name), "rb") as f:
             text += f.read()
     return [line[26:] for line in text.decode("utf-8-sig").split("\r\n") if line]
+
+
+LOG_PREFIX = re.compile(rb"\r\n(?=\d\d:\d\d:\d\d\.\d{3} \d{4}\.\d{3}\.\d{3} )")
+
+
+def log_entries(app):
+    """(microseconds since the previous entry, message) of every entry of the program's log; an
+    entry may hold line ends itself, and every entry starts with its time prefix."""
+    text = b""
+    folder = os.path.join(app, "_logs")
+    for name in sorted(os.listdir(folder)):
+        with open(os.path.join(folder, name), "rb") as f:
+            text += f.read()
+    entries = []
+    for entry in LOG_PREFIX.split(text[3:].rstrip(b"\r\n")):
+        seconds, millis, micros = entry[13:25].split(b".")
+        entries.append((int(seconds) * 1000000 + int(millis) * 1000 + int(micros), entry[26:].decode("utf-8")))
+    return entries
+
+
+def micros_between(entries, first, last):
+    """The sum of the elapsed fields from the entry `first` (exclusive) to the first entry after
+    it that starts with `last` (inclusive): the time between the two entries, to the microsecond."""
+    messages = [message for _, message in entries]
+    start = messages.index(first)
+    for at in range(start + 1, len(entries)):
+        if messages[at].startswith(last):
+            return sum(elapsed for elapsed, _ in entries[start + 1:at + 1])
+    raise RuntimeError(f"no entry starting with {last!r} after {first!r}:\n" + "\n".join(messages[-8:]))
 
 
 class Series:
@@ -359,6 +402,89 @@ class Bench:
                           "the body = peak working set minus the working set with the fetched body held "
                           "(K32GetProcessMemoryInfo).")
 
+    def case_discovery(self):
+        """Peer discovery inside network namespaces, laid out like tests/e2e/test_peers.py: from
+        "Finding peers in local network..." to the first download request to the peer that
+        answers for every item at once."""
+        reason = netns.unavailable_reason()
+        if reason:
+            self.rows.append({"case": "6. Peer discovery", "program": f"not measured: {reason}", "reference": "—",
+                              "ratio": "—", "target": f"< {DISCOVERY_TARGET_MS} ms", "met": "—", "memory": "—"})
+            return
+        files = {f"dir{i % 4}/item{i:02d}.bin": b"item %d of the discovery case\n" % i for i in range(DISCOVERY_ITEMS)}
+        serve = os.path.join(self.work, "serve-discovery")
+        entries = []
+        for name, data in files.items():
+            path = os.path.join(serve, "files", name)
+            os.makedirs(os.path.dirname(path), exist_ok=True)
+            with open(path, "wb") as f:
+                f.write(data)
+            entries.append({"n": name, "h": hashlib.sha1(data).hexdigest().upper(), "s": len(data)})
+        write_manifest(os.path.join(serve, "m.json"), entries, "/files")
+        app = self.make_app("app-discovery")
+
+        lab = netns.Lab()
+        stack = []
+        try:
+            u, l, p = (lab.namespace(role) for role in "ulp")
+            lab.bridge(l, "br0", DISCOVERY_SERVER + "/24")
+            lab.veth(u, "u1", DISCOVERY_UPDATER + "/24", l, "lu", bridge_b="br0")
+            lab.veth(p, "p1", DISCOVERY_PEER + "/24", l, "lp", bridge_b="br0")
+            server = Nginx(serve, DISCOVERY_SERVER, l)
+            stack.append(server.stop)
+            offers = {name.replace("/", "\\"): (1,) for name in files}
+            peer = Peer(p, DISCOVERY_PEER, DISCOVERY_PORT, offers=offers,
+                        files={"/" + name: data for name, data in files.items()})
+            stack.append(peer.stop)
+            wine = netns.WineInNamespace(u, NETNS_WINE_PREFIX)
+            stack.append(wine.close)
+            self.measure_discovery(wine, app, server.domain, files, peer)
+        finally:
+            for stop in reversed(stack):
+                stop()
+            lab.close()
+
+    def measure_discovery(self, wine, app, domain, files, peer):
+        first_get = f"HTTP Getting... http://{DISCOVERY_PEER}:{DISCOVERY_PORT}/"
+        finding = "Finding peers in local network..."
+        to_get, to_end, whole = [], [], Series()
+        for round_number in range(self.runs + 1):
+            self.reset_app(app)
+            for name in files:
+                path = os.path.join(app, name)
+                if os.path.exists(path):
+                    os.unlink(path)
+            wine.check_server()
+            # The non-zero share port goes only to this run inside the updater's namespace.
+            command = ["ip", "netns", "exec", wine.namespace, "env", f"VEY_WINEPREFIX={wine.prefix}", WINE_RUN,
+                       os.path.join(app, "VeyUpdater.exe"), argument(domain, "/m.json", DISCOVERY_PORT)]
+            with open(os.path.join(self.work, "out-discovery.txt"), "wb") as out:
+                seconds, peak, _ = timed(command, stdout=out)
+            entries = log_entries(app)
+            messages = [message for _, message in entries]
+            replaced = sum(1 for m in messages if m.startswith("Replaced "))
+            from_peer = sum(1 for m in messages if m.startswith(first_get))
+            if replaced != len(files) or from_peer != len(files):
+                raise RuntimeError(f"{replaced} replaced, {from_peer} from the peer:\n" + "\n".join(messages[-8:]))
+            if round_number > 0:
+                to_get.append(micros_between(entries, finding, first_get) / 1000)
+                to_end.append(micros_between(entries, finding, "Created _update directory.") / 1000)
+                whole.add(seconds, peak)
+        series = Series()
+        for millis, peak in zip(to_get, whole.peaks):
+            series.add(millis, peak)
+        met = statistics.median(to_get) < DISCOVERY_TARGET_MS
+        self.rows.append({
+            "case": f"6. Peer discovery: {len(files)} items, one peer answers for all (network namespaces)",
+            "program": f"{series.median:.1f} ms ({min(to_get):.1f}–{max(to_get):.1f})", "reference": "—",
+            "ratio": "—", "target": f"< {DISCOVERY_TARGET_MS} ms", "met": "yes" if met else "no",
+            "memory": f"{whole.peak_text()}",
+        })
+        self.notes.append(f"Peer discovery: from the \"Finding peers\" entry to the first \"HTTP Getting...\" of the "
+                          "peer, the sum of the log's elapsed fields (µs); of that, discovery itself (to \"Created "
+                          f"_update directory.\") {statistics.median(to_end):.1f} ms "
+                          f"({min(to_end):.1f}–{max(to_end):.1f}); whole process {whole.text()}.")
+
     def add_row(self, case, mine, theirs, reference_name, target, extra=()):
         ratio = mine.median / theirs.median
         self.rows.append({
@@ -389,8 +515,7 @@ class Bench:
         headers = ["Case", "VeyUpdater under Wine: median (min–max)", "Reference: median (min–max)",
                    "Ratio", "Target", "Met", "Program peak memory"]
         keys = ["case", "program", "reference", "ratio", "target", "met", "memory"]
-        rows = self.rows + [{"case": "6. Peer discovery", "program": "not measured yet: needs peer sharing",
-                             "reference": "—", "ratio": "—", "target": "—", "met": "—", "memory": "—"}]
+        rows = self.rows
         lines = ["| " + " | ".join(headers) + " |", "|" + "---|" * len(headers)]
         lines += ["| " + " | ".join(row[k] for k in keys) + " |" for row in rows]
         table = "\n".join(lines)
@@ -467,7 +592,7 @@ def main():
     parser.add_argument("--runs", type=int, default=5, help="measured runs per case (default 5)")
     parser.add_argument("--temp", default=None, help="folder for the temporary data (default: the system's)")
     parser.add_argument("--keep", action="store_true", help="keep the data folder")
-    parser.add_argument("--cases", default="12345", help="which cases to run, e.g. 13 (default all)")
+    parser.add_argument("--cases", default="123456", help="which cases to run, e.g. 13 (default all)")
     parser.add_argument("--no-doc", action="store_true", help="do not rewrite docs/benchmarks.md")
     parser.add_argument("--programs", help="measure the VeyUpdater.exe, hash_bench.exe and manifest_bench.exe "
                                            "of this folder instead of this build's (implies --no-doc)")
@@ -479,9 +604,10 @@ def main():
     subprocess.run([os.path.join(ROOT, "tests", "support", "wine-prefix"), "up", WINE_PREFIX], check=True)
     bench = Bench(options)
     try:
-        bench.prepare()
+        if set(options.cases) & set("12345"):
+            bench.prepare()
         cases = {"1": bench.case_hashing, "2": bench.case_large, "3": bench.case_noop, "4": bench.case_changed,
-                 "5": bench.case_manifest}
+                 "5": bench.case_manifest, "6": bench.case_discovery}
         for key in options.cases:
             print(f"case {key} ...", flush=True)
             cases[key]()
