@@ -20,19 +20,35 @@ bool FetchManifest(const std::wstring& pathAndQuery, const std::wstring& domain)
     if (request.status != 200)
         return false;
 
-    std::wstring body = request.responseBody
-                            ? DecodeTextBody(request.responseBody, static_cast<size_t>(request.responseBodyLength))
-                            : std::wstring();
-    const wchar_t* cursor = body.c_str();
-    wJsonObject* manifest = wJsonObject::Parse(cursor);
-    if (!manifest) {
-        LogW(L"Failed to parse JSON string. (2)\r\n%s", body.c_str());
+    wJsonObject* manifest =
+        ParseManifestBody(request.responseBody,
+                          request.responseBody ? static_cast<size_t>(request.responseBodyLength) : 0);
+    if (!manifest)
         return false;
-    }
-    LogW(L"HTTP Response Content\r\n%s", manifest->Serialize(0, L"\r\n").c_str());
     bool stop = ProcessManifest(*manifest);
     manifest->Release();
     return stop;
+}
+
+wJsonObject* ParseManifestBody(const void* bytes, size_t length)
+{
+    wJsonObject* manifest;
+    {
+        // The decoded text is needed only for the failure line: it is dropped before the
+        // content is logged.
+        std::wstring body = DecodeTextBody(bytes, length);
+        const wchar_t* cursor = body.c_str();
+        manifest = wJsonObject::Parse(cursor);
+        if (!manifest) {
+            LogW(L"Failed to parse JSON string. (2)\r\n%s", body.c_str());
+            return nullptr;
+        }
+    }
+    // The document is written once, behind the line's lead, and converted once into the entry.
+    std::wstring content = L"HTTP Response Content\r\n";
+    manifest->SerializeTo(content, 0, L"\r\n");
+    LogWideText(content);
+    return manifest;
 }
 
 namespace {

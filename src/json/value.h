@@ -34,6 +34,8 @@ public:
     virtual void Release() = 0;
     // The value as indented text; depth is the nesting level (0 for the first value written).
     virtual std::wstring Serialize(int depth, const std::wstring& newline) const = 0;
+    // Appends the text that Serialize returns to out, without a string of its own.
+    void SerializeTo(std::wstring& out, int depth, const std::wstring& newline) const;
 
     // Parses any value at the cursor and leaves the cursor after it; null on failure.
     static wJsonValue* Parse(const wchar_t*& cursor);

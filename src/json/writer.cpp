@@ -127,6 +127,11 @@ std::wstring Written(const wJsonValue& value, int depth, const std::wstring& new
 
 }  // namespace
 
+void wJsonValue::SerializeTo(std::wstring& out, int depth, const std::wstring& newline) const
+{
+    Write(*this, depth, newline, out);
+}
+
 std::wstring EscapeJsonString(std::wstring_view text)
 {
     std::wstring out;

@@ -7,6 +7,7 @@
 #include <shlobj.h>
 #include <atomic>
 #include <cstring>
+#include <cwchar>
 #include <new>
 
 namespace {
@@ -282,6 +283,23 @@ void LogA(const char* format, ...)
         logger->Append(entry);
 }
 
+namespace {
+
+// The entry of a wide message of `count` code units, converted to UTF-8 behind the room for the prefix.
+std::string WideEntry(const wchar_t* message, size_t count)
+{
+    int length = count == 0 ? 0
+                            : WideCharToMultiByte(CP_UTF8, 0, message, static_cast<int>(count), nullptr, 0, nullptr,
+                                                  nullptr);
+    std::string entry = NewEntry(length > 0 ? static_cast<size_t>(length) : 0);
+    if (length > 0)
+        WideCharToMultiByte(CP_UTF8, 0, message, static_cast<int>(count), &entry[wLogger::kPrefixRoom], length,
+                            nullptr, nullptr);
+    return entry;
+}
+
+}  // namespace
+
 // The wide message is converted into the entry and dropped before the entry is appended, so a
 // large message is never held in both forms while it is echoed and buffered.
 void LogW(const wchar_t* format, ...)
@@ -292,14 +310,15 @@ void LogW(const wchar_t* format, ...)
         va_start(args, format);
         std::wstring message = FormatWV(format, args);
         va_end(args);
-        int length = message.empty() ? 0
-                                     : WideCharToMultiByte(CP_UTF8, 0, message.data(), static_cast<int>(message.size()),
-                                                           nullptr, 0, nullptr, nullptr);
-        entry = NewEntry(length > 0 ? static_cast<size_t>(length) : 0);
-        if (length > 0)
-            WideCharToMultiByte(CP_UTF8, 0, message.data(), static_cast<int>(message.size()),
-                                &entry[wLogger::kPrefixRoom], length, nullptr, nullptr);
+        entry = WideEntry(message.data(), message.size());
     }
+    if (wLogger* logger = wLogger::Instance())
+        logger->Append(entry);
+}
+
+void LogWideText(const std::wstring& text)
+{
+    std::string entry = WideEntry(text.c_str(), wcslen(text.c_str()));
     if (wLogger* logger = wLogger::Instance())
         logger->Append(entry);
 }

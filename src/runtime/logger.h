@@ -13,6 +13,9 @@ struct _SYSTEMTIME;
 void LogA(const char* format, ...);
 // Appends one entry from a wide printf-style format ("%s" takes a wide string).
 void LogW(const wchar_t* format, ...);
+// Appends the entry that LogW(L"%s", text.c_str()) appends (the text up to its first NUL),
+// converted to UTF-8 straight into the entry, without formatting a wide copy of a large text.
+void LogWideText(const std::wstring& text);
 
 // "hh:mm:ss.mmm ssss.mmm.uuu ": the local time, then the time since the previous entry,
 // clamped to 9999.999.999.
