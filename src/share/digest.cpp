@@ -7,7 +7,11 @@
 #include "share/sha1.h"
 
 #include <windows.h>
+#include <algorithm>
+#include <atomic>
 #include <cstdlib>
+#include <system_error>
+#include <thread>
 
 const wchar_t kNoDigest[] = L"________________________________________";
 
@@ -19,6 +23,10 @@ namespace {
 // on one thread), so a large buffer is touched before the read, the upper half on a completion-port
 // worker while this thread touches the lower half.
 constexpr uint32_t kTouchFirstFrom = 8u << 20;
+
+// Held while a buffer of kTouchFirstFrom bytes or more exists, so that files hashed on several
+// threads at once never hold more than one large file in memory together.
+SRWLOCK largeBufferTurn = SRWLOCK_INIT;
 
 struct TouchRange {
     unsigned char* begin;
@@ -82,23 +90,48 @@ FileDigest HashFile(const std::wstring& path)
     if (!GetFileSizeEx(file.Handle(), &size) || size.QuadPart < 0 || uint64_t(size.QuadPart) > kMaxHashedSize)
         return digest;
     uint32_t length = static_cast<uint32_t>(size.QuadPart);
+    bool large = length >= kTouchFirstFrom;
+    if (large)
+        AcquireSRWLockExclusive(&largeBufferTurn);
     // One extra byte keeps the allocation valid for an empty file.
     auto* buffer = static_cast<unsigned char*>(malloc(size_t(length) + 1));
-    if (!buffer)
-        return digest;
-    if (length >= kTouchFirstFrom)
-        TouchBuffer(buffer, length);
-    IoResult read{0, 0};
-    if (length > 0)
-        read = file.Read(0, buffer, length);
-    file.Close();
-    if (read.error != 0) {
-        free(buffer);
-        return digest;
+    IoResult read{ERROR_NOT_ENOUGH_MEMORY, 0};
+    if (buffer) {
+        if (large)
+            TouchBuffer(buffer, length);
+        read = length > 0 ? file.Read(0, buffer, length) : IoResult{0, 0};
     }
-    uint8_t sha1[kSha1DigestSize];
-    Sha1Buffer(buffer, read.bytes, sha1);
+    file.Close();
+    if (read.error == 0) {
+        uint8_t sha1[kSha1DigestSize];
+        Sha1Buffer(buffer, read.bytes, sha1);
+        digest.hash = BytesToHex(sha1, sizeof(sha1));
+    }
     free(buffer);
-    digest.hash = BytesToHex(sha1, sizeof(sha1));
+    if (large)
+        ReleaseSRWLockExclusive(&largeBufferTurn);
     return digest;
+}
+
+std::vector<FileDigest> HashFiles(const std::vector<std::wstring>& paths, unsigned threads)
+{
+    std::vector<FileDigest> digests(paths.size());
+    std::atomic<size_t> next{0};
+    auto work = [&] {
+        for (size_t i = next++; i < paths.size(); i = next++)
+            digests[i] = HashFile(paths[i]);
+    };
+    size_t helpers = threads > 1 && paths.size() > 1 ? std::min<size_t>(threads, paths.size()) - 1 : 0;
+    std::vector<std::thread> running;
+    running.reserve(helpers);
+    try {
+        for (size_t i = 0; i < helpers; ++i)
+            running.emplace_back(work);
+    } catch (const std::system_error&) {
+        // Fewer threads only take longer: whatever they leave, this one hashes.
+    }
+    work();
+    for (std::thread& thread : running)
+        thread.join();
+    return digests;
 }

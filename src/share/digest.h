@@ -2,6 +2,7 @@
 #pragma once
 #include <cstdint>
 #include <string>
+#include <vector>
 
 // The text of a digest that could not be made; it never equals a real digest.
 extern const wchar_t kNoDigest[];
@@ -17,3 +18,6 @@ constexpr uint64_t kMaxHashedSize = 0x10000000;
 // Reads the whole file in one piece and hashes it. Never fails: what cannot be read gives the
 // underscore text (with the real size when only the size is known).
 FileDigest HashFile(const std::wstring& path);
+// HashFile of every path, on `threads` threads at once (the caller's among them); the digests
+// in the order of the paths.
+std::vector<FileDigest> HashFiles(const std::vector<std::wstring>& paths, unsigned threads);

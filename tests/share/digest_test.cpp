@@ -96,3 +96,39 @@ TEST_F(DigestTest, LargeFileReadIntoATouchedBuffer)
     EXPECT_EQ(digest.size, data.size());
     DeleteFileW((base + L"\\large.bin").c_str());
 }
+
+// HashFiles on several threads gives each path the digest that HashFile gives it, in path order:
+// small files, missing ones, a folder, empty ones and two large ones (held one at a time).
+TEST_F(DigestTest, HashFilesKeepsPathOrderAndResults)
+{
+    std::vector<std::wstring> paths;
+    for (int i = 0; i < 60; ++i) {
+        std::wstring name = L"many" + std::to_wstring(i) + L".bin";
+        if (i % 7 == 3)
+            paths.push_back(base + L"\\missing-" + name);
+        else if (i % 11 == 5)
+            paths.push_back(base);
+        else
+            paths.push_back(Make(name.c_str(), std::string(static_cast<size_t>(i) * 997, static_cast<char>('a' + i % 26))));
+    }
+    paths.insert(paths.begin() + 10, MakeZeros(L"large-a.bin", 9 << 20));
+    paths.insert(paths.begin() + 11, MakeZeros(L"large-b.bin", (9 << 20) + 1));
+    std::vector<FileDigest> expected;
+    for (const std::wstring& path : paths)
+        expected.push_back(HashFile(path));
+    for (unsigned threads : {1u, 2u, 4u, 100u}) {
+        std::vector<FileDigest> digests = HashFiles(paths, threads);
+        ASSERT_EQ(digests.size(), paths.size());
+        for (size_t i = 0; i < paths.size(); ++i) {
+            EXPECT_EQ(digests[i].hash, expected[i].hash) << i << " on " << threads;
+            EXPECT_EQ(digests[i].size, expected[i].size) << i << " on " << threads;
+        }
+    }
+    EXPECT_EQ(expected[10].size, 9u << 20);
+    EXPECT_EQ(expected[3].hash, std::wstring(40, L'_'));
+    EXPECT_TRUE(HashFiles({}, 4).empty());
+    for (const std::wstring& path : paths) {
+        if (path != base)
+            DeleteFileW(path.c_str());
+    }
+}
