@@ -122,6 +122,22 @@ TEST_F(LoggerTest, EntriesAreStampedUtf8CrlfLines)
     EXPECT_EQ(text.substr(3, 26).substr(0, 13), "13:04:05.006 ");
 }
 
+// LogWideText makes the entry that LogW(L"%s", text) makes: the text up to its first NUL, in UTF-8.
+TEST_F(LoggerTest, WideTextEntryEqualsTheFormattedOne)
+{
+    SYSTEMTIME day = Day(2031, 2, 14);
+    Start(day);
+    const std::wstring texts[] = {L"plain", std::wstring(L"cut\0here", 8), L"\u00E9 \U0001F600 100% %s", L""};
+    for (const std::wstring& text : texts) {
+        LogW(L"%s", text.c_str());
+        LogWideText(text);
+    }
+    wLogger::Stop();
+    std::string smile = "\xC3\xA9 \xF0\x9F\x98\x80 100% %s";
+    EXPECT_EQ(Messages(ReadAll(LogFile(day))),
+              (std::vector<std::string>{"plain", "plain", "cut", "cut", smile, smile, "", ""}));
+}
+
 TEST_F(LoggerTest, ByteOrderMarkOnlyOnANewFile)
 {
     SYSTEMTIME day = Day(2031, 1, 3);
