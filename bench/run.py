@@ -561,15 +561,22 @@ How it measures:
   the Wine process, Wine's own share included (a Wine process that does nothing peaks at about
   30 MiB).
 - Case 1 runs `hash_bench.exe`, which calls HashFile once on the file. Case 5 runs
-  `manifest_bench.exe`, which fetches the manifest with the HTTP client and then does what the
-  manifest fetch does with a body (text conversion, JSON parse, the re-serialised document logged
-  as one entry, release); its time is the parse and log step (with the logger's final flush), its
-  memory the peak working set minus the working set with the fetched body held.
+  `manifest_bench.exe`, which fetches the manifest with the HTTP client and then calls the
+  manifest fetch's own ParseManifestBody (text conversion, JSON parse, the re-serialised document
+  logged as one entry) and releases the tree; its time is the parse and log step (with the
+  logger's final flush), its memory the peak working set minus the working set with the fetched
+  body held.
 - Cases 2 to 4 run the real VeyUpdater.exe against nginx. Case 2's installation lacks the file
   (neither side hashes an old copy); the script downloads into a staging folder, compares
   `openssl sha1` with the expected digest and moves the file into place. Case 4's script runs one
   curl process for the 500 changed URLs (one connection, written straight into place) and then
   sha1sum over all 5,000 files; the program also verifies each download and moves it into place.
+- Case 6 runs the real VeyUpdater.exe inside network namespaces that the suite creates and always
+  deletes again, laid out as in tests/e2e/test_peers.py: the updater with its own Wine prefix
+  (`build/bench-wineprefix-netns`, whose wineserver runs in the updater's namespace), nginx at
+  10.78.1.2 on a bridge, and one peer at 10.78.1.3 that answers for all 20 changed items in one
+  datagram and serves them. Its time is the sum of the log's elapsed fields (µs) from "Finding
+  peers in local network..." to the first "HTTP Getting..." of the peer. It needs root.
 """
 
 
