@@ -174,6 +174,7 @@ wJsonObject* JsonReader::ParseObject(const wchar_t*& cursor)
             ++cursor;
         } else if (*cursor == L'}') {
             ++cursor;
+            object->Finish();
             return object.release();
         }
         firstMember = false;

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <stdexcept>
 
 namespace {
 
@@ -152,13 +153,44 @@ void wJsonObject::Release()
     PoolFree(this);
 }
 
+wJsonMembers::const_iterator wJsonMembers::find(const std::wstring& key) const
+{
+    auto found = std::lower_bound(list.begin(), list.end(), key,
+                                  [](const Member& member, const std::wstring& k) { return wJsonKeyLess()(member.first, k); });
+    return found != list.end() && found->first == key ? found : list.end();
+}
+
+wJsonValue* wJsonMembers::at(const std::wstring& key) const
+{
+    auto found = find(key);
+    if (found == end())
+        throw std::out_of_range("no such member");
+    return found->second;
+}
+
 void wJsonObject::Insert(std::wstring&& key, wJsonValue* value)
 {
-    auto placed = members->try_emplace(std::move(key), value);
-    if (!placed.second) {
-        placed.first->second->Release();
-        placed.first->second = value;
+    members->list.emplace_back(std::move(key), value);
+}
+
+void wJsonObject::Finish()
+{
+    auto& list = members->list;
+    // Stable, so that members of one key stay in document order and the last one can be kept.
+    std::stable_sort(list.begin(), list.end(),
+                     [](const wJsonMembers::Member& a, const wJsonMembers::Member& b) { return wJsonKeyLess()(a.first, b.first); });
+    size_t kept = 0;
+    for (size_t i = 0; i < list.size(); ++i) {
+        if (i + 1 < list.size() && list[i + 1].first == list[i].first) {
+            list[i].second->Release();
+            continue;
+        }
+        if (kept != i)
+            list[kept] = std::move(list[i]);
+        ++kept;
     }
+    list.resize(kept);
+    list.shrink_to_fit();
 }
 
 const wJsonValue* wJsonObject::Get(const std::wstring& key) const

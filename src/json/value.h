@@ -5,7 +5,8 @@
 #pragma once
 #include <cstddef>
 #include <cstdint>
-#include <map>
+#include <utility>
+#include <vector>
 #include <string>
 #include <string_view>
 
@@ -63,7 +64,26 @@ struct wJsonKeyLess {
     }
 };
 
-using wJsonMembers = std::map<std::wstring, wJsonValue*, wJsonKeyLess>;
+// The members of an object in key order, as one flat sorted list: a tree of nodes per object
+// would cost several heap blocks per member, and trees are built once and then only read.
+class wJsonMembers {
+public:
+    using Member = std::pair<std::wstring, wJsonValue*>;
+    using const_iterator = std::vector<Member>::const_iterator;
+
+    const_iterator begin() const { return list.begin(); }
+    const_iterator end() const { return list.end(); }
+    bool empty() const { return list.empty(); }
+    size_t size() const { return list.size(); }
+    const_iterator find(const std::wstring& key) const;
+    size_t count(const std::wstring& key) const { return find(key) == end() ? 0 : 1; }
+    // The value of a key that is present; std::out_of_range otherwise.
+    wJsonValue* at(const std::wstring& key) const;
+
+private:
+    friend class wJsonObject;
+    std::vector<Member> list;
+};
 
 class wJsonNull final : public wJsonValue {
 public:
@@ -175,6 +195,9 @@ private:
     static wJsonObject* Create();
     // Adds the member; a key already present takes the new value and the earlier one is released.
     void Insert(std::wstring&& key, wJsonValue* value);
+    // Puts the members in key order once the closing brace is read; of a repeated key the last
+    // value stays and the earlier ones are released.
+    void Finish();
 
     wJsonMembers* members;
 };
