@@ -1,5 +1,6 @@
 // The response-head parser and the body sink, fed directly.
 #include <gtest/gtest.h>
+#include "http/test_files.h"
 #include "http/request.h"
 #include "runtime/pool.h"
 
@@ -19,19 +20,6 @@ int64_t Parse(HttpRequest& request, const std::string& head)
     std::unique_ptr<char[]> copy(new char[head.size() + 1]);
     std::memcpy(copy.get(), head.data(), head.size());
     return request.ParseHead(copy.get(), head.size());
-}
-
-std::wstring TempPath(const wchar_t* name)
-{
-    wchar_t directory[MAX_PATH];
-    GetTempPathW(MAX_PATH, directory);
-    return std::wstring(directory) + name + std::to_wstring(GetCurrentProcessId());
-}
-
-std::string ReadFile(const std::wstring& path)
-{
-    std::ifstream in(path.c_str(), std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 // into chosen pieces, time-outs, refused and unanswered connects, IPv6, redirects, bodies to
 // files and the rate limit. Every connection goes to 127.0.0.1 or ::1.
 #include <gtest/gtest.h>
+#include "http/test_files.h"
 #include "http/fake_resolver.h"
 #include "http/request.h"
 #include "http/script_server.h"
@@ -53,19 +54,6 @@ std::string RandomBytes(size_t count, unsigned seed)
     for (auto& c : bytes)
         c = static_cast<char>(random() & 0xFF);
     return bytes;
-}
-
-std::wstring TempPath(const wchar_t* name)
-{
-    wchar_t directory[MAX_PATH];
-    GetTempPathW(MAX_PATH, directory);
-    return std::wstring(directory) + name + std::to_wstring(GetCurrentProcessId());
-}
-
-std::string ReadFile(const std::wstring& path)
-{
-    std::ifstream in(path.c_str(), std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 int64_t FileSize(const std::wstring& path)
