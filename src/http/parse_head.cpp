@@ -1,6 +1,8 @@
 // The response-head parser: status line, header lines, and the rules that refuse a response
-// (no valid "Content-Length" print-back, "deflate", "chunked", a memory body too large to hold).
+// (no valid "Content-Length" print-back, "deflate", "chunked"); and the request's use of it, which
+// also refuses a memory body too large to hold and takes the block for one.
 #include "http/request.h"
+#include "http/response_head.h"
 #include "runtime/pool.h"
 
 #include <string_view>
@@ -15,7 +17,7 @@ constexpr int64_t kMaxMemoryBody = 256 * 1024 * 1024;
 
 }  // namespace
 
-int64_t HttpRequest::ParseHead(const char* bytes, size_t count)
+int64_t ParseResponseHead(const char* bytes, size_t count, ResponseHead& head)
 {
     size_t end = std::string_view(bytes, count).find("\r\n\r\n");
     if (end == std::string_view::npos)
@@ -28,36 +30,53 @@ int64_t HttpRequest::ParseHead(const char* bytes, size_t count)
     auto statusLine = SplitText(lines[0], L" ", false, true);
     if (statusLine.size() < 2 || statusLine[0].size() < 5 || !EqualsNoCase(statusLine[0].substr(0, 5), L"HTTP/"))
         return -1;
-    workStatus = static_cast<uint32_t>(ParseInteger(statusLine[1], 0));
+    head.status = static_cast<uint32_t>(ParseInteger(statusLine[1], 0));
 
     for (size_t i = 1; i < lines.size(); ++i) {
         size_t colon = lines[i].find(L':');
         if (colon == std::wstring::npos)
             return -1;
-        workHeaders[TrimText(lines[i].substr(0, colon))] = TrimText(lines[i].substr(colon + 1));
+        head.headers[TrimText(lines[i].substr(0, colon))] = TrimText(lines[i].substr(colon + 1));
     }
 
-    auto length = workHeaders.find(L"Content-Length");
-    if (length != workHeaders.end()) {
-        expected = ParseInteger(length->second, 0);
-        if (expected < 0 || FormatW(L"%lld", expected) != length->second)
+    auto length = head.headers.find(L"Content-Length");
+    if (length != head.headers.end()) {
+        head.expected = ParseInteger(length->second, 0);
+        if (head.expected < 0 || FormatW(L"%lld", head.expected) != length->second)
             return -1;
-        if (expected > 0 && outputPath.empty() && !headOnly) {
-            if (expected > kMaxMemoryBody)
-                return -1;
-            workBody = PoolAlloc(PoolClassFor(static_cast<uint64_t>(expected)));
-        }
     } else {
-        expected = INT64_MAX;
+        head.expected = INT64_MAX;
     }
 
-    auto encoding = workHeaders.find(L"Content-Encoding");
-    deflate = encoding != workHeaders.end() && EqualsNoCase(encoding->second, L"deflate");
-    if (deflate)
+    auto encoding = head.headers.find(L"Content-Encoding");
+    head.deflate = encoding != head.headers.end() && EqualsNoCase(encoding->second, L"deflate");
+    if (head.deflate)
         return -1;
-    auto transfer = workHeaders.find(L"Transfer-Encoding");
-    chunked = transfer != workHeaders.end() && EqualsNoCase(transfer->second, L"chunked");
-    if (chunked)
+    auto transfer = head.headers.find(L"Transfer-Encoding");
+    head.chunked = transfer != head.headers.end() && EqualsNoCase(transfer->second, L"chunked");
+    if (head.chunked)
         return -1;
     return static_cast<int64_t>(end);
+}
+
+int64_t HttpRequest::ParseHead(const char* bytes, size_t count)
+{
+    ResponseHead head;
+    int64_t used = ParseResponseHead(bytes, count, head);
+    if (used == 0)
+        return 0;
+    workStatus = head.status;
+    workHeaders = std::move(head.headers);
+    expected = head.expected;
+    deflate = head.deflate;
+    chunked = head.chunked;
+    if (used < 0)
+        return -1;
+    bool announced = workHeaders.count(L"Content-Length") != 0;
+    if (announced && expected > 0 && outputPath.empty() && !headOnly) {
+        if (expected > kMaxMemoryBody)
+            return -1;
+        workBody = PoolAlloc(PoolClassFor(static_cast<uint64_t>(expected)));
+    }
+    return used;
 }

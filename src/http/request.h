@@ -2,6 +2,7 @@
 // with redirects, the body kept in memory or written to a file, and a sliding-window rate meter.
 // Settings are written by the caller before Execute; results are read after it.
 #pragma once
+#include "http/response_head.h"
 #include "http/url.h"
 #include "runtime/file.h"
 #include "runtime/text.h"
@@ -12,8 +13,6 @@
 #include <string>
 
 struct _RTL_CRITICAL_SECTION;
-
-using HttpHeaders = std::map<std::wstring, std::wstring, NoCaseLess>;
 
 class HttpRequest {
 public:
