@@ -119,21 +119,3 @@ std::string FormatAV(const char* format, va_list args)
     out.resize(static_cast<size_t>(length));
     return out;
 }
-
-std::wstring FormatW(const wchar_t* format, ...)
-{
-    va_list args;
-    va_start(args, format);
-    std::wstring out = FormatWV(format, args);
-    va_end(args);
-    return out;
-}
-
-std::string FormatA(const char* format, ...)
-{
-    va_list args;
-    va_start(args, format);
-    std::string out = FormatAV(format, args);
-    va_end(args);
-    return out;
-}

@@ -88,6 +88,24 @@ std::wstring BytesToHex(const void* bytes, size_t count)
     return out;
 }
 
+std::wstring FormatW(const wchar_t* format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    std::wstring out = FormatWV(format, args);
+    va_end(args);
+    return out;
+}
+
+std::string FormatA(const char* format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    std::string out = FormatAV(format, args);
+    va_end(args);
+    return out;
+}
+
 std::wstring FormatByteSize(uint64_t n)
 {
     if (n < 1024)

@@ -63,24 +63,6 @@ std::string FormatAV(const char* format, va_list args)
     return out;
 }
 
-std::wstring FormatW(const wchar_t* format, ...)
-{
-    va_list args;
-    va_start(args, format);
-    std::wstring out = FormatWV(format, args);
-    va_end(args);
-    return out;
-}
-
-std::string FormatA(const char* format, ...)
-{
-    va_list args;
-    va_start(args, format);
-    std::string out = FormatAV(format, args);
-    va_end(args);
-    return out;
-}
-
 std::wstring GetModulePath()
 {
     std::wstring buffer(256, L'\0');
