@@ -7,13 +7,13 @@
 #include "app/control.h"
 #include "runtime/logger.h"
 #include "runtime/text.h"
+#include "support/patience.h"
 
 #include <windows.h>
 #include <tlhelp32.h>
 
 #include <cstdlib>
 #include <filesystem>
-#include <functional>
 #include <regex>
 #include <string>
 #include <vector>
@@ -64,14 +64,6 @@ std::string ReadText(const std::wstring& path)
     return data;
 }
 
-bool WaitUntil(const std::function<bool()>& done, DWORD timeoutMs = 10000)
-{
-    for (DWORD start = GetTickCount(); !done(); Sleep(10))
-        if (GetTickCount() - start > timeoutMs)
-            return false;
-    return true;
-}
-
 // A started program; terminated when the test ends if it still runs.
 class Child {
 public:
@@ -89,7 +81,7 @@ public:
         if (!info.hProcess)
             return;
         TerminateProcess(info.hProcess, 1);
-        WaitForSingleObject(info.hProcess, 5000);
+        WaitForSingleObject(info.hProcess, PatienceMs());
         CloseHandle(info.hThread);
         CloseHandle(info.hProcess);
     }
@@ -224,13 +216,13 @@ protected:
     }
     bool WaitState(DWORD state) const
     {
-        return WaitUntil([this, state] { return State(service) == state; }, 5000);
+        return WaitUntil([this, state] { return State(service) == state; });
     }
     static void Remove(SC_HANDLE handle)
     {
         SERVICE_STATUS status;
         ControlService(handle, SERVICE_CONTROL_STOP, &status);
-        WaitUntil([handle] { return State(handle) == SERVICE_STOPPED; }, 5000);
+        WaitUntil([handle] { return State(handle) == SERVICE_STOPPED; });
         DeleteService(handle);
         CloseServiceHandle(handle);
     }
@@ -448,7 +440,7 @@ TEST(SignalPipe, ServerSeesOneConnection)
     ASSERT_TRUE(WaitUntil([&] { return ReadText(record) == "listening\r\n"; }));
 
     SignalPipe(name);
-    EXPECT_TRUE(server.WaitEnd(5000));
+    EXPECT_TRUE(server.WaitEnd(PatienceMs()));
     EXPECT_EQ(server.ExitCode(), 0u);
     EXPECT_EQ(ReadText(record), "listening\r\nconnected\r\nclient waiting\r\n");
 }

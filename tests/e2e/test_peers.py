@@ -95,7 +95,7 @@ class PeerSharing(unittest.TestCase):
         """Runs the updater in its namespace; returns the log entries after the manifest's content."""
         argument = {"domains": [self.server.domain], "pathAndQuery": "/m.json", "argOrg": "",
                     "httpSharePort": share_port}
-        code, _ = wine.run(os.path.join(folder, "VeyUpdater.exe"), [quote_argument(json.dumps(argument))], timeout=120)
+        code, _ = wine.run(os.path.join(folder, "VeyUpdater.exe"), [quote_argument(json.dumps(argument))])
         self.assertEqual(code, 0)
         entries = read_log_entries(folder)
         self.assertEqual(entries[6][1], f"httpSharePort: {share_port}")

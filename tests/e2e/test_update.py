@@ -47,7 +47,7 @@ class UpdateFromNginx(unittest.TestCase):
 
     def run_update(self, folder):
         argument = quote_argument(json.dumps({"domains": [self.nginx.domain], "pathAndQuery": "/m.json"}))
-        code, _ = run_windows(os.path.join(folder, "VeyUpdater.exe"), [argument], timeout=120)
+        code, _ = run_windows(os.path.join(folder, "VeyUpdater.exe"), [argument])
         self.assertEqual(code, 0)
         # After the banner, the configuration and the manifest's "Getting" and status lines.
         return read_log(folder)[9:]
@@ -137,7 +137,7 @@ class InvalidDownloads(unittest.TestCase):
         folder = make_app_folder(name)
         write(os.path.join(folder, "dir", "f.txt"), b"old")
         argument = quote_argument(json.dumps({"domains": [server.domain], "pathAndQuery": "/m.json"}))
-        code, _ = run_windows(os.path.join(folder, "VeyUpdater.exe"), [argument], timeout=60)
+        code, _ = run_windows(os.path.join(folder, "VeyUpdater.exe"), [argument])
         self.assertEqual(code, 0)
         messages = read_log(folder)[10:]
         self.assertEqual(messages[:2], [f"({sha1(b'old')} -> {sha1(self.GOOD)}) (3 B -> 18 B) (dir\\f.txt)",
@@ -183,7 +183,7 @@ class DroppedServer(unittest.TestCase):
         self.addCleanup(server.stop)
         folder = make_app_folder("dropped-server")
         argument = quote_argument(json.dumps({"domains": [server.domain, "127.0.0.1:1"], "pathAndQuery": "/m.json"}))
-        run_windows(os.path.join(folder, "VeyUpdater.exe"), [argument], timeout=60)
+        run_windows(os.path.join(folder, "VeyUpdater.exe"), [argument])
         messages = read_log(folder)
         self.assertEqual(messages[-1], "Failed to download. (a)")
         gets = [m for m in messages if m.startswith("HTTP Getting... ") and not m.endswith("/m.json")]
@@ -207,7 +207,7 @@ class ManifestProcessing(unittest.TestCase):
         for path, data in files:
             write(os.path.join(folder, path), data)
         argument = quote_argument(json.dumps({"domains": [server.domain], "pathAndQuery": "/m.json"}))
-        code, _ = run_windows(os.path.join(folder, "VeyUpdater.exe"), [argument], timeout=60)
+        code, _ = run_windows(os.path.join(folder, "VeyUpdater.exe"), [argument])
         self.assertEqual(code, 0)
         messages = read_log(folder)
         self.assertTrue(messages[9].startswith("HTTP Response Content\r\n"), messages[9])

@@ -5,7 +5,7 @@ import os
 import subprocess
 import unittest
 
-from veytest import BIN
+from veytest import BIN, PATIENCE
 
 ROOT = os.path.abspath(os.path.join(os.path.dirname(__file__), "..", ".."))
 BUILD = os.path.join(os.path.dirname(BIN), "native-fuzz")
@@ -19,7 +19,7 @@ class NativeFuzz(unittest.TestCase):
                        check=True, stdout=subprocess.DEVNULL, env=environment)
         subprocess.run(["cmake", "--build", BUILD, "-j2"], check=True, stdout=subprocess.DEVNULL, env=environment)
         done = subprocess.run([os.path.join(BUILD, "fuzz_parsers"), "300000"], capture_output=True, text=True,
-                              timeout=600)
+                              timeout=PATIENCE * 4)
         self.assertEqual(done.returncode, 0, done.stderr[-4000:])
         lines = done.stdout.splitlines()
         self.assertEqual(lines[0], "seed 0x5EEDF022, 300000 inputs per target")

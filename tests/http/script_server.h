@@ -4,6 +4,8 @@
 // script's chunks with their pauses, then closes the connection or holds it until the client
 // closes it. It talks to loopback only.
 #pragma once
+#include "support/patience.h"
+
 #include <winsock2.h>
 #include <ws2tcpip.h>
 #include <windows.h>
@@ -96,12 +98,12 @@ private:
         return sizeof(sockaddr_in);
     }
 
-    static bool Readable(SOCKET s, int timeoutMs)
+    static bool Readable(SOCKET s, uint32_t timeoutMs)
     {
         fd_set set;
         FD_ZERO(&set);
         FD_SET(s, &set);
-        timeval timeout{timeoutMs / 1000, (timeoutMs % 1000) * 1000};
+        timeval timeout{static_cast<long>(timeoutMs / 1000), static_cast<long>(timeoutMs % 1000 * 1000)};
         return select(0, &set, nullptr, nullptr, &timeout) == 1;
     }
 
@@ -111,7 +113,7 @@ private:
         std::string request;
         char buffer[65536];
         size_t need = std::string::npos;
-        while (request.size() < need && Readable(s, 5000)) {
+        while (request.size() < need && Readable(s, PatienceMs())) {
             int got = recv(s, buffer, sizeof(buffer), 0);
             if (got <= 0)
                 break;
@@ -141,7 +143,7 @@ private:
     void Run()
     {
         for (const Script& script : scripts) {
-            if (!Readable(listener, 10000))
+            if (!Readable(listener, PatienceMs()))
                 return;
             SOCKET s = accept(listener, nullptr, nullptr);
             if (s == INVALID_SOCKET)
@@ -156,7 +158,7 @@ private:
             }
             if (script.hold) {
                 char sink[4096];
-                while (Readable(s, 10000) && recv(s, sink, sizeof(sink), 0) > 0) {
+                while (Readable(s, PatienceMs()) && recv(s, sink, sizeof(sink), 0) > 0) {
                 }
             }
             closesocket(s);

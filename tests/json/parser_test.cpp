@@ -1,6 +1,7 @@
 // The parser: accepted and rejected texts, its leniencies, where it leaves the cursor, the
 // nesting bound, and that failures give every pool block back.
 #include "json/json_support.h"
+#include "support/patience.h"
 
 #include <windows.h>
 
@@ -486,7 +487,7 @@ TEST_F(JsonParser, DeepestDocumentFitsASmallThreadStack)
     HANDLE thread = CreateThread(nullptr, 256 * 1024, ParseWriteReleaseDeepest, &written,
                                  STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr);
     ASSERT_NE(thread, nullptr);
-    ASSERT_EQ(WaitForSingleObject(thread, 60000), WAIT_OBJECT_0);
+    ASSERT_EQ(WaitForSingleObject(thread, PatienceMs()), WAIT_OBJECT_0);
     DWORD code = 0;
     GetExitCodeThread(thread, &code);
     CloseHandle(thread);

@@ -3,6 +3,7 @@
 #include "runtime/io_request.h"
 #include "runtime/iocp.h"
 #include "runtime/pool.h"
+#include "support/patience.h"
 
 #include <atomic>
 
@@ -38,15 +39,13 @@ TEST(Iocp, GrowsWhenEveryWorkerIsBusy)
     release = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     for (int i = 0; i < 3; ++i)
         IocpPost(Blocking, static_cast<_OVERLAPPED*>(PoolAlloc(kIoRequestClass)), 0);
-    for (int spins = 0; entered < 3 && spins < 5000; ++spins)
-        Sleep(1);
+    WaitUntil([] { return entered == 3; });
     EXPECT_EQ(entered, 3);
     // Three handlers block; one more worker is always left waiting on the port.
     EXPECT_EQ(IocpBusyCount(), 3u);
     EXPECT_EQ(IocpWorkerCount(), 4u);
     SetEvent(release);
-    for (int spins = 0; IocpBusyCount() != 0 && spins < 5000; ++spins)
-        Sleep(1);
+    WaitUntil([] { return IocpBusyCount() == 0; });
     EXPECT_EQ(IocpWorkerCount(), 4u);
     IocpShutdown();
     CloseHandle(release);
@@ -68,8 +67,7 @@ TEST(Iocp, RequestFinishesOnceItsLastHolderIsDone)
     Sleep(50);
     EXPECT_EQ(followUps, 0);
     IocpPost(CompleteIoRequest, &request->overlapped, 12);
-    for (int spins = 0; followUps == 0 && spins < 5000; ++spins)
-        Sleep(1);
+    WaitUntil([] { return followUps != 0; });
     EXPECT_EQ(followUps, 1);
     EXPECT_EQ(lastError, 87u);
     EXPECT_EQ(lastBytes, 12u);

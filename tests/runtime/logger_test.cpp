@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include "runtime/logger.h"
 #include "runtime/text.h"
+#include "support/patience.h"
 
 #include <windows.h>
 #include <shlobj.h>
@@ -183,8 +184,7 @@ TEST_F(LoggerTest, NewDayGoesToANewFile)
     DeleteFileW(LogFile(second).c_str());
     Start(first);
     LogA("old day");
-    for (int spins = 0; ReadAll(LogFile(first)).find("old day") == std::string::npos && spins < 5000; ++spins)
-        Sleep(1);
+    WaitUntil([&] { return ReadAll(LogFile(first)).find("old day") != std::string::npos; });
     fakeNow = second;
     LogA("new day");
     wLogger::Stop();

@@ -6,6 +6,7 @@
 #include "runtime/iocp.h"
 #include "runtime/pool.h"
 #include "share/socket.h"
+#include "support/patience.h"
 
 #include <atomic>
 #include <mutex>
@@ -48,18 +49,18 @@ public:
     }
     void OnClosed() override { ++closed; }
 
-    // Waits until `count` datagrams have arrived (5 s at most).
+    // Waits until `count` datagrams have arrived.
     bool WaitFor(size_t count)
     {
-        for (int i = 0; i < 500; ++i) {
+        for (DWORD start = GetTickCount();; WaitForSingleObject(arrived, 10)) {
             {
                 std::lock_guard<std::mutex> hold(lock);
                 if (received.size() >= count)
                     return true;
             }
-            WaitForSingleObject(arrived, 10);
+            if (GetTickCount() - start > PatienceMs())
+                return false;
         }
-        return false;
     }
     std::vector<Datagram> Received()
     {
@@ -68,9 +69,7 @@ public:
     }
     bool WaitReleased()
     {
-        for (int i = 0; i < 5000 && !released; ++i)
-            Sleep(1);
-        return released != 0;
+        return WaitUntil([this] { return released != 0; });
     }
     uint32_t Outstanding() const { return outstanding; }
     // Hands the socket a finished receive as the port would, with the given error.
@@ -155,8 +154,7 @@ TEST_F(UdpSocketTest, DatagramArrivesWithItsSender)
     EXPECT_EQ(got[0].from.sin_family, AF_INET);
     EXPECT_EQ(got[0].from.sin_addr.s_addr, kLoopback);
     EXPECT_EQ(ntohs(got[0].from.sin_port), portA);
-    for (int i = 0; i < 500 && a.sent == 0; ++i)
-        Sleep(1);
+    WaitUntil([&] { return a.sent != 0; });
     EXPECT_EQ(a.sent, 1);
     EXPECT_EQ(a.sentBytes, 5u);
     EXPECT_TRUE(a.Received().empty());
@@ -272,8 +270,7 @@ TEST_F(UdpSocketTest, DestroyingAnOpenSocketWaitsForItsRequests)
     a.SendTo("x", 1, LoopbackAt(portB));
     ASSERT_TRUE(b->WaitFor(1));
     delete b;
-    for (int i = 0; i < 500 && a.sent == 0; ++i)
-        Sleep(1);
+    WaitUntil([&] { return a.sent != 0; });
     EXPECT_EQ(a.Outstanding(), 1u);
 }
 

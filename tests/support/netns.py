@@ -12,7 +12,7 @@ import signal
 import subprocess
 import threading
 
-from veytest import WINE_RUN
+from veytest import PATIENCE, WINE_RUN
 
 CLONE_NEWNET = 0x40000000
 WINE_PREFIX_SCRIPT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "wine-prefix")
@@ -129,7 +129,7 @@ class WineInNamespace:
     def wine_prefix(self, action):
         subprocess.run(["ip", "netns", "exec", self.namespace, WINE_PREFIX_SCRIPT, action, self.prefix],
                        stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
-                       check=True, timeout=300)
+                       check=True, timeout=PATIENCE * 2)
 
     def server_pids(self):
         """The processes of the wineserver that serves this prefix (known by its working folder)."""
@@ -154,7 +154,7 @@ class WineInNamespace:
         if os.stat(f"/proc/{pids[0]}/ns/net").st_ino != namespace_inode(self.namespace):
             raise AssertionError(f"the wineserver of {self.prefix} does not run in {self.namespace}")
 
-    def run(self, program, args=(), timeout=60):
+    def run(self, program, args=(), timeout=PATIENCE):
         """Runs a Windows program in the namespace; returns (exit code & 0xFF, stdout bytes)."""
         self.check_server()
         command = ["ip", "netns", "exec", self.namespace, "env", f"VEY_WINEPREFIX={self.prefix}", WINE_RUN,

@@ -10,6 +10,7 @@ import threading
 import time
 
 from netns import in_namespace
+from veytest import PATIENCE
 
 NGINX = shutil.which("nginx") or "/usr/sbin/nginx"
 
@@ -62,8 +63,8 @@ http {{
         def connect():
             socket.create_connection((address, self.port), timeout=1).close()
 
-        deadline = time.time() + 10
-        while time.time() < deadline:
+        deadline = time.monotonic() + PATIENCE
+        while time.monotonic() < deadline:
             try:
                 in_namespace(namespace, connect) if namespace else connect()
                 return
@@ -87,7 +88,7 @@ http {{
     def stop(self):
         self.process.terminate()
         try:
-            self.process.wait(10)
+            self.process.wait(PATIENCE)
         except subprocess.TimeoutExpired:
             self.process.kill()
         shutil.rmtree(self.folder, ignore_errors=True)
@@ -122,7 +123,7 @@ class ScriptedServer:
                 return
             with connection:
                 head = b""
-                connection.settimeout(5)
+                connection.settimeout(PATIENCE)
                 try:
                     while b"\r\n\r\n" not in head:
                         data = connection.recv(65536)

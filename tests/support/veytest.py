@@ -3,14 +3,29 @@ their logs, and small file helpers."""
 import hashlib
 import os
 import subprocess
+import time
 
 BIN = os.environ.get("VEY_BIN", "")
 TEST_BIN = os.environ.get("VEY_TEST_BIN", "")
 WINE_RUN = os.environ.get("VEY_WINE_RUN", "")
 WORK = os.environ.get("VEY_WORK", "/tmp/vey-test-work")
+# How long, in seconds, a test waits for anything it expects (a program to end, a helper to be
+# ready, a file to appear) before it fails. Generous, because on a loaded machine Wine can take
+# many seconds to start a process; an event that comes is never waited for longer than it takes.
+PATIENCE = float(os.environ.get("VEY_TEST_PATIENCE", "120"))
 
 
-def run_windows(program, args=(), timeout=60, address_space_kib=None, cwd=None):
+def wait_for(predicate, seconds=PATIENCE):
+    """Polls predicate until it holds (True) or the seconds have passed (False)."""
+    deadline = time.monotonic() + seconds
+    while not predicate():
+        if time.monotonic() > deadline:
+            return False
+        time.sleep(0.02)
+    return True
+
+
+def run_windows(program, args=(), timeout=PATIENCE, address_space_kib=None, cwd=None):
     """Runs a Windows program under Wine; returns (exit code & 0xFF, stdout bytes)."""
     command = [WINE_RUN, program, *args]
     preexec = None
