@@ -1,17 +1,17 @@
 """The manifest's actions carried out by the real program under Wine: services through net.exe,
 a window closed, a pipe signalled, a process killed, files deleted, a held file replaced once it
 is released, and the program started at the end."""
+import glob
 import json
 import os
 import shutil
 import subprocess
-import time
 import unittest
 
 from servers import Nginx
 from test_update import make_manifest
-from veytest import (TEST_BIN, WINE_RUN, WORK, make_app_folder, quote_argument, read, read_log, run_windows,
-                     windows_path, write)
+from veytest import (PATIENCE, TEST_BIN, WINE_RUN, WORK, make_app_folder, quote_argument, read, read_log,
+                     run_windows, wait_for, windows_path, write)
 
 SERVICE = "VeyE2EActionService"
 
@@ -21,13 +21,9 @@ def start_windows(program, *args):
                             stderr=subprocess.DEVNULL)
 
 
-def wait_for(predicate, seconds=10):
-    deadline = time.time() + seconds
-    while time.time() < deadline:
-        if predicate():
-            return True
-        time.sleep(0.02)
-    return False
+def log_bytes(folder):
+    """What the updater has logged so far under folder/_logs."""
+    return b"".join(read(path) for path in glob.glob(os.path.join(folder, "_logs", "*.log")))
 
 
 def helper_copy(folder, helper, name):
@@ -83,24 +79,29 @@ class Actions(unittest.TestCase):
         hold_record = os.path.join(self.helpers, "hold.txt")
         self.processes.append(start_windows(helper_copy(self.helpers, "window_app.exe", "closeme.exe"), window_record))
         killme = helper_copy(self.helpers, "sleeper.exe", "killme.exe")
-        first = start_windows(killme, "30000")
+        first = start_windows(killme, str(int(PATIENCE * 1000)))
         self.processes.append(first)
         self.assertTrue(wait_for(lambda: os.path.exists(window_record) and b"ready" in read(window_record)))
-        second = start_windows(killme, "30000")
+        second = start_windows(killme, str(int(PATIENCE * 1000)))
         self.processes.append(second)
         self.processes.append(start_windows(os.path.join(TEST_BIN, "pipe_server.exe"), "vey-e2e-actions", pipe_record))
         self.assertTrue(wait_for(lambda: os.path.exists(pipe_record)))
-        self.processes.append(start_windows(os.path.join(TEST_BIN, "file_holder.exe"),
-                                            windows_path(os.path.join(folder, "locked.txt")), "2500", hold_record))
+        # The holder keeps locked.txt open until the updater has logged that it could not replace it.
+        holder = start_windows(os.path.join(TEST_BIN, "file_holder.exe"),
+                               windows_path(os.path.join(folder, "locked.txt")), str(int(PATIENCE * 1000)), hold_record)
+        self.processes.append(holder)
         self.assertTrue(wait_for(lambda: os.path.exists(hold_record)))
-        time.sleep(0.3)
 
         nginx = Nginx(self.serve)
         self.addCleanup(nginx.stop)
         argument = quote_argument(json.dumps({"domains": [nginx.domain], "pathAndQuery": "/m.json",
                                               "argOrg": "-from-launcher"}))
-        code, _ = run_windows(os.path.join(folder, "VeyUpdater.exe"), [argument], timeout=120)
-        self.assertEqual(code, 0)
+        updater = start_windows(os.path.join(folder, "VeyUpdater.exe"), argument)
+        self.processes.append(updater)
+        self.assertTrue(wait_for(lambda: b"Failed to replace. " in log_bytes(folder)))
+        holder.kill()
+        holder.wait()
+        self.assertEqual(updater.wait(PATIENCE), 0)
 
         base = windows_path(folder) + "\\"
         messages = read_log(folder)
@@ -132,7 +133,7 @@ class Actions(unittest.TestCase):
         self.assertEqual(read(window_record).split(b"\r\n")[1:3], [b"WM_CLOSE", b"0x6207"])
         self.assertIn(b"connected", read(pipe_record))
         # Only the first of the two same-named sleepers was terminated.
-        self.assertTrue(wait_for(lambda: (first.poll() is None) != (second.poll() is None), 5))
+        self.assertTrue(wait_for(lambda: (first.poll() is None) != (second.poll() is None)))
         self.assertEqual(read(os.path.join(folder, "app.txt")), b"new app\n")
         self.assertEqual(read(os.path.join(folder, "locked.txt")), b"new locked\n")
         self.assertFalse(os.path.exists(os.path.join(folder, "old.dll")))
@@ -152,7 +153,7 @@ class Actions(unittest.TestCase):
         nginx = Nginx(self.serve)
         self.addCleanup(nginx.stop)
         argument = quote_argument(json.dumps({"domains": [nginx.domain], "pathAndQuery": "/m.json"}))
-        run_windows(os.path.join(folder, "VeyUpdater.exe"), [argument], timeout=60)
+        run_windows(os.path.join(folder, "VeyUpdater.exe"), [argument])
         base = windows_path(folder) + "\\"
         self.assertEqual(read_log(folder)[-1], f"Created a process. {base}recorder.exe")
         record = os.path.join(folder, "recorder.exe.txt")
@@ -162,7 +163,7 @@ class Actions(unittest.TestCase):
         # The same manifest naming a program that is not there.
         make_manifest(release, os.path.join(self.serve, "m.json"), "--url-prefix", "/files", "--exe", "absent/x.exe")
         write(os.path.join(folder, "a.txt"), b"changed again")
-        run_windows(os.path.join(folder, "VeyUpdater.exe"), [argument], timeout=60)
+        run_windows(os.path.join(folder, "VeyUpdater.exe"), [argument])
         self.assertEqual(read_log(folder)[-1], f"Failed to create a process. (0x00000003) {base}absent\\x.exe")
 
 
