@@ -4,13 +4,15 @@ import os
 import re
 import unittest
 
-from veytest import TEST_BIN, make_app_folder, run_windows
+from veytest import PATIENCE, TEST_BIN, make_app_folder, run_windows
 
 
 class CrashReport(unittest.TestCase):
     def test_fatal_error_leaves_report_and_dump(self):
         folder = make_app_folder("crash", program="fatal_updater.exe", source=TEST_BIN)
-        code, _ = run_windows(os.path.join(folder, "fatal_updater.exe"), ["%7B%7D"])
+        # The full-memory dump (about 150 MB) is read through the wineserver in small pieces, one
+        # round trip each: 2-3 s on an idle machine, minutes when every core is busy.
+        code, _ = run_windows(os.path.join(folder, "fatal_updater.exe"), ["%7B%7D"], timeout=PATIENCE * 3)
         self.assertNotEqual(code, 0)
         name = re.compile(r"fatal_updater\.exe_\d{4}-\d\d-\d\d_\d\d;\d\d;\d\d\.\d{3}_\d+\.(log|dmp)$")
         files = sorted(os.listdir(folder))
