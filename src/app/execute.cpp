@@ -61,13 +61,13 @@ bool Download(const std::wstring& stagingDirectory, const std::wstring& urlPrefi
     uint32_t connectTimeout = 500, receiveTimeout = 200;
     DownloadRequest request{staged, urlPrefix, item, connectTimeout, receiveTimeout, digest, done};
     config.domainRing.Assign(peers);
-    DownloadFromSources(config.domainRing, request);
+    DownloadFromSources(config.domainRing, config.domains, request);
     if (!done) {
         connectTimeout = 0;
         receiveTimeout = 0;
         std::vector<std::wstring> servers = config.domains;
         config.domainRing.Assign(servers);
-        DownloadFromSources(config.domainRing, request);
+        DownloadFromSources(config.domainRing, config.domains, request);
     }
     return done;
 }
