@@ -28,6 +28,11 @@ class CheckLayers(unittest.TestCase):
             out.write(text)
         return path
 
+    def assert_reports(self, expected):
+        """The small tree fails the check with exactly the expected lines."""
+        code, lines = check(os.path.join(self.tree, "src"))
+        self.assertEqual((code, sorted(lines)), (1, sorted(expected)))
+
     def copy_of_src(self):
         source = os.path.join(self.tree, "src")
         shutil.copytree(os.path.join(ROOT, "src"), source)
@@ -51,36 +56,27 @@ class CheckLayers(unittest.TestCase):
         peer = self.write("src/peer/d.cpp", '#include "share/peers.h"\n#include "app/entry.h"\n')
         self.write("src/share/e.cpp", '#include "runtime/text.h"\n#include "json/value.h"\n#include "http/url.h"\n')
         self.write("src/app/f.cpp", '#include "share/e.h"\n#include "json/value.h"\n')
-        code, lines = check(os.path.join(self.tree, "src"))
-        self.assertEqual(code, 1)
-        self.assertEqual(sorted(lines), sorted([
+        # A program's folder is used by no library and by no other program.
+        share = self.write("src/share/g.cpp", '#include "peer/server.h"\n')
+        app = self.write("src/app/h.cpp", '#include "peer/server.h"\n')
+        self.assert_reports([
             f'{json}:2: json may not include "http/url.h"',
             f'{http}:2: http may not include "share/digest.h"',
             f'{runtime}:1: runtime may not include "json/value.h"',
             f'{peer}:2: peer may not include "app/entry.h"',
-        ]))
-
-    def test_a_program_folder_is_used_by_no_library(self):
-        share = self.write("src/share/g.cpp", '#include "peer/server.h"\n')
-        app = self.write("src/app/h.cpp", '#include "peer/server.h"\n')
-        code, lines = check(os.path.join(self.tree, "src"))
-        self.assertEqual(code, 1)
-        self.assertEqual(sorted(lines), sorted([
             f'{share}:1: share may not include "peer/server.h"',
             f'{app}:1: app may not include "peer/server.h"',
-        ]))
+        ])
 
     def test_unknown_folders_and_names_fail(self):
         self.write("src/tools/x.cpp", "")
         stray = self.write("src/share/y.cpp", '#include "z.h"\n#include "share/y.h"\n')
         self.write("src/share/beside.h", "")
         self.write("src/share/w.cpp", '#include "beside.h"\n')
-        code, lines = check(os.path.join(self.tree, "src"))
-        self.assertEqual(code, 1)
-        self.assertEqual(sorted(lines), sorted([
+        self.assert_reports([
             f'{os.path.join(self.tree, "src", "tools")}: folder tools is not a known library',
             f'{stray}:1: "z.h" names no library folder',
-        ]))
+        ])
 
 
 if __name__ == "__main__":
