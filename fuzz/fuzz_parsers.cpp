@@ -4,7 +4,6 @@
 // Inputs are generated and mutated from small seed sets with a fixed, printed seed; every input
 // sits in a buffer of exactly its size, so any read past it is reported.
 //   fuzz_parsers [INPUTS_PER_TARGET [SEED]]
-#include "app/config.h"
 #include "http/response_head.h"
 #include "http/url.h"
 #include "json/value.h"

@@ -1,24 +1,14 @@
 // UpdaterConfig: the process-wide configuration and work record, read from the one argument.
 #pragma once
 #include "runtime/random_pick.h"
+#include "share/update_item.h"
 
 #include <cstdint>
 #include <list>
-#include <set>
 #include <string>
 #include <vector>
 
 class wJsonObject;
-
-// One file that differs from the manifest.
-struct UpdateItem {
-    std::wstring name;       // "n" with '/' turned into '\'
-    std::wstring hash;       // "h" as in the manifest (a peer's answer may replace it)
-    std::wstring localHash;  // SHA-1 of the file on disk, or 40 underscores
-    uint64_t size = 0;       // "s"
-    uint64_t localSize = 0;
-    std::set<uint32_t> peers;  // IPv4 addresses (network order) of peers offering the file
-};
 
 struct UpdaterConfig {
     std::wstring argOrg;

@@ -61,13 +61,13 @@ bool Download(const std::wstring& stagingDirectory, const std::wstring& urlPrefi
     uint32_t connectTimeout = 500, receiveTimeout = 200;
     DownloadRequest request{staged, urlPrefix, item, connectTimeout, receiveTimeout, digest, done};
     config.domainRing.Assign(peers);
-    DownloadFromSources(config.domainRing, request);
+    DownloadFromSources(config.domainRing, config.domains, request);
     if (!done) {
         connectTimeout = 0;
         receiveTimeout = 0;
         std::vector<std::wstring> servers = config.domains;
         config.domainRing.Assign(servers);
-        DownloadFromSources(config.domainRing, request);
+        DownloadFromSources(config.domainRing, config.domains, request);
     }
     return done;
 }
@@ -92,15 +92,13 @@ void Replace(const std::wstring& source, const std::wstring& destination)
     LogW(L"Replaced %s", destination.c_str());
 }
 
-void RunServices(const std::vector<std::wstring>& names, const wchar_t* verb, const wchar_t* done, const wchar_t* failed)
+// Runs "net <verb> <name>" for every name in turn and hands each result to `report`, which logs
+// it with its own format.
+template <typename Report>
+void RunServices(const std::vector<std::wstring>& names, const wchar_t* verb, Report report)
 {
-    for (const std::wstring& name : names) {
-        uint32_t result = RunNetCommand(verb, name);
-        if (result == 0)
-            LogW(done, name.c_str());
-        else
-            LogW(failed, name.c_str(), result);
-    }
+    for (const std::wstring& name : names)
+        report(name.c_str(), RunNetCommand(verb, name));
 }
 
 void StartProgram(const wJsonObject& manifest)
@@ -150,7 +148,12 @@ bool ExecuteUpdateItems(const std::wstring& stagingDirectory, const wJsonObject&
         }
     }
 
-    RunServices(StringList(manifest, L"stop"), L"stop", L"Stopped %s service.", L"Failed to stop %s service. (0x%08X)");
+    RunServices(StringList(manifest, L"stop"), L"stop", [](const wchar_t* name, uint32_t result) {
+        if (result == 0)
+            LogW(L"Stopped %s service.", name);
+        else
+            LogW(L"Failed to stop %s service. (0x%08X)", name, result);
+    });
     CloseProcessByName(StringList(manifest, L"close"));
     for (const std::wstring& name : StringList(manifest, L"pipe"))
         SignalPipe(name);
@@ -173,7 +176,12 @@ bool ExecuteUpdateItems(const std::wstring& stagingDirectory, const wJsonObject&
         Replace(FormatW(L"%s\\%s", stagingDirectory.c_str(), item.name.c_str()),
                 FormatW(L"%s%s", ProgramDirectory.c_str(), item.name.c_str()));
 
-    RunServices(StringList(manifest, L"start"), L"start", L"Started %s service.", L"Failed to start %s service. (0x%08X)");
+    RunServices(StringList(manifest, L"start"), L"start", [](const wchar_t* name, uint32_t result) {
+        if (result == 0)
+            LogW(L"Started %s service.", name);
+        else
+            LogW(L"Failed to start %s service. (0x%08X)", name, result);
+    });
     StartProgram(manifest);
     DeleteTree(stagingDirectory);
     return true;

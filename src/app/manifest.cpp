@@ -123,6 +123,6 @@ bool ProcessManifest(const wJsonObject& manifest)
         LogW(L"%s", PlanLine(item).c_str());
     // Peers found now are tried before the servers; an answer may also replace an expected hash and size.
     if (config.httpSharePort != 0)
-        StartPeerSharing();
+        StartPeerSharing(config.updateItems, config.httpSharePort);
     return ExecuteUpdateItems(ProgramDirectory + L"_update", manifest);
 }

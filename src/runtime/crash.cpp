@@ -2,6 +2,7 @@
 // the colons that file names cannot hold). It runs when something has gone badly wrong, so it
 // touches no pooled memory and no logger: fixed buffers and direct writes only.
 #include "runtime/crash.h"
+#include "runtime/printf_check.h"
 
 #include <windows.h>
 #include <dbghelp.h>
@@ -17,7 +18,7 @@ namespace {
 
 CRITICAL_SECTION crashLock;
 
-void WriteLine(HANDLE file, const char* format, ...)
+VEY_PRINTF_A(2, 3) void WriteLine(HANDLE file, const char* format, ...)
 {
     char line[512];
     va_list args;
@@ -33,20 +34,20 @@ void WriteLine(HANDLE file, const char* format, ...)
 void WriteReport(HANDLE file, const EXCEPTION_RECORD* record)
 {
     WriteLine(file, "==== ExceptionInfo ====\r\n");
-    WriteLine(file, "ExceptionCode = 0x%08X\r\n", record->ExceptionCode);
-    WriteLine(file, "ExceptionFlags = 0x%08X\r\n", record->ExceptionFlags);
+    WriteLine(file, "ExceptionCode = 0x%08lX\r\n", record->ExceptionCode);
+    WriteLine(file, "ExceptionFlags = 0x%08lX\r\n", record->ExceptionFlags);
     WriteLine(file, "ExceptionRecord = 0x%I64X\r\n", static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(record->ExceptionRecord)));
     WriteLine(file, "ExceptionAddress = 0x%I64X\r\n", static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(record->ExceptionAddress)));
-    WriteLine(file, "NumberParameters = %u\r\n", record->NumberParameters);
+    WriteLine(file, "NumberParameters = %lu\r\n", record->NumberParameters);
     for (DWORD i = 0; i < record->NumberParameters && i < EXCEPTION_MAXIMUM_PARAMETERS; ++i)
-        WriteLine(file, "ExceptionInformation[%u] = 0x%I64X\r\n", i, static_cast<unsigned long long>(record->ExceptionInformation[i]));
+        WriteLine(file, "ExceptionInformation[%lu] = 0x%I64X\r\n", i, static_cast<unsigned long long>(record->ExceptionInformation[i]));
     WriteLine(file, "\r\n");
 
     PROCESS_MEMORY_COUNTERS counters = {};
     counters.cb = sizeof(counters);
     if (K32GetProcessMemoryInfo(crashProcess, &counters, sizeof(counters))) {
         WriteLine(file, "==== MemoryInfo ====\r\n");
-        WriteLine(file, "PageFaultCount = %u\r\n", counters.PageFaultCount);
+        WriteLine(file, "PageFaultCount = %lu\r\n", counters.PageFaultCount);
         WriteLine(file, "PeakWorkingSetSize = %I64u\r\n", static_cast<unsigned long long>(counters.PeakWorkingSetSize));
         WriteLine(file, "WorkingSetSize = %I64u\r\n", static_cast<unsigned long long>(counters.WorkingSetSize));
         WriteLine(file, "QuotaPeakPagedPoolUsage = %I64u\r\n", static_cast<unsigned long long>(counters.QuotaPeakPagedPoolUsage));

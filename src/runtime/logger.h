@@ -2,6 +2,7 @@
 // it to a ring buffer; the "_wLogger" thread moves the text to a daily UTF-8 file under
 // "_logs" beside the program. Callers never wait for the disk.
 #pragma once
+#include "runtime/printf_check.h"
 #include "runtime/thread.h"
 
 #include <cstdint>
@@ -10,9 +11,9 @@
 struct _SYSTEMTIME;
 
 // Appends one entry; the format is a narrow printf-style format whose text is UTF-8.
-void LogA(const char* format, ...);
+void LogA(VEY_FORMAT_STRING const char* format, ...) VEY_PRINTF_A(1, 2);
 // Appends one entry from a wide printf-style format ("%s" takes a wide string).
-void LogW(const wchar_t* format, ...);
+void LogW(VEY_FORMAT_STRING const wchar_t* format, ...);
 // Appends the entry that LogW(L"%s", text.c_str()) appends (the text up to its first NUL),
 // converted to UTF-8 straight into the entry, without formatting a wide copy of a large text.
 void LogWideText(const std::wstring& text);

@@ -2,6 +2,8 @@
 // percent-encoding, and the small splitting, trimming, case and integer helpers that the
 // URL and HTTP parsers share. None of them throws; a failed conversion gives an empty string.
 #pragma once
+#include "runtime/printf_check.h"
+
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
@@ -24,10 +26,10 @@ std::string UrlEncode(const std::string& bytes);
 std::wstring BytesToHex(const void* bytes, size_t count);
 
 // printf-style formatting: "%s" in a wide format takes a wide string, "%I64u" works.
-std::wstring FormatW(const wchar_t* format, ...);
-std::string FormatA(const char* format, ...);
+std::wstring FormatW(VEY_FORMAT_STRING const wchar_t* format, ...);
+std::string FormatA(VEY_FORMAT_STRING const char* format, ...) VEY_PRINTF_A(1, 2);
 std::wstring FormatWV(const wchar_t* format, va_list args);
-std::string FormatAV(const char* format, va_list args);
+std::string FormatAV(const char* format, va_list args) VEY_PRINTF_A(1, 0);
 
 // "1023 B", "1023 KB", "1.5 MB", "1.50 GB" (units of 1024, truncated).
 std::wstring FormatByteSize(uint64_t bytes);

@@ -1,11 +1,11 @@
 // DownloadFromSources and DownloadFromHost: the attempt sequence and the validity rule.
 #include "share/download.h"
-#include "app/config.h"
 #include "http/request.h"
 #include "http/status.h"
 #include "runtime/logger.h"
 #include "runtime/random_pick.h"
 #include "runtime/text.h"
+#include "share/update_item.h"
 
 #include <windows.h>
 #include <shlobj.h>
@@ -26,7 +26,7 @@ std::wstring DownloadUrl(const std::wstring& host, bool isServer, const std::wst
     return url;
 }
 
-bool DownloadFromSources(RandomPick& hosts, const DownloadRequest& request)
+bool DownloadFromSources(RandomPick& hosts, std::vector<std::wstring>& servers, const DownloadRequest& request)
 {
     size_t count = hosts.items.size();
     if (count == 0)
@@ -34,7 +34,7 @@ bool DownloadFromSources(RandomPick& hosts, const DownloadRequest& request)
     size_t i = hosts.index;
     for (size_t tried = 0; tried < count; ++tried) {
         hosts.index = static_cast<uint32_t>(i);
-        if (DownloadFromHost(request, hosts.items[i]))
+        if (DownloadFromHost(request, hosts.items[i], servers))
             return true;
         i = (i + 1) % count;
     }
@@ -56,11 +56,10 @@ bool FileSize(const std::wstring& path, uint64_t& size)
 
 }  // namespace
 
-bool DownloadFromHost(const DownloadRequest& request, const std::wstring& host)
+bool DownloadFromHost(const DownloadRequest& request, const std::wstring& host, std::vector<std::wstring>& servers)
 {
-    std::vector<std::wstring>& domains = updaterConfig->domains;
-    auto server = std::find(domains.begin(), domains.end(), host);
-    bool isServer = server != domains.end();
+    auto server = std::find(servers.begin(), servers.end(), host);
+    bool isServer = server != servers.end();
 
     SHCreateDirectoryExW(nullptr, GetDirectoryPart(request.destinationPath).c_str(), nullptr);
     std::wstring url = DownloadUrl(host, isServer, request.urlPrefix, request.item.name);
@@ -93,8 +92,9 @@ bool DownloadFromHost(const DownloadRequest& request, const std::wstring& host)
         request.done = true;
         return true;
     }
-    // A server that failed is not asked again for the rest of the run; peers are never in the list.
+    // A server that failed leaves the caller's list, so the run does not ask it again; peers are
+    // never in the list.
     if (isServer)
-        domains.erase(server);
+        servers.erase(server);
     return false;
 }

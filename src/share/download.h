@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 struct RandomPick;
 struct UpdateItem;
@@ -20,10 +21,12 @@ struct DownloadRequest {
 };
 
 // Tries the hosts from the pick's index on, wrapping around; true when one delivered a valid
-// file. The index is left at the host that succeeded.
-bool DownloadFromSources(RandomPick& hosts, const DownloadRequest& request);
-// One attempt from one host; a configured update server that fails is dropped from the domains.
-bool DownloadFromHost(const DownloadRequest& request, const std::wstring& host);
+// file. The index is left at the host that succeeded. `servers` are the update servers still in
+// use (a host among them gets the URL prefix); every one that fails is taken out of it.
+bool DownloadFromSources(RandomPick& hosts, std::vector<std::wstring>& servers, const DownloadRequest& request);
+// One attempt from one host; a host of `servers` that fails is taken out of it, so that the
+// caller does not ask it again.
+bool DownloadFromHost(const DownloadRequest& request, const std::wstring& host, std::vector<std::wstring>& servers);
 // Every byte outside A-Z a-z 0-9 * - _ . ~ becomes "%XX".
 std::string PercentEncode(const std::string& bytes);
 // The URL of an item on a host: servers get the prefix, peers serve names from the root.

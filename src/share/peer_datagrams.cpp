@@ -1,7 +1,6 @@
 // The datagrams of peer discovery: building queries and reading answers. Multi-byte numbers
 // are big-endian; every read of an answer is checked against the bytes that arrived.
 #include "share/peers.h"
-#include "app/config.h"
 #include "runtime/text.h"
 
 #include <cstring>

@@ -1,8 +1,7 @@
 // StartPeerSharing: the broadcaster runs for one discovery of at most about half a second,
 // query bursts go out every 200 ms, and answers arriving on the completion-port workers are
-// applied to updaterConfig's items.
+// applied to the caller's items.
 #include "share/peers.h"
-#include "app/config.h"
 #include "runtime/clock.h"
 #include "runtime/io_request.h"
 #include "runtime/logger.h"
@@ -18,16 +17,30 @@ constexpr uint64_t kBurstEveryMs = 200;
 // Once the broadcaster has stopped no answer can arrive any more, so later readers need no lock.
 SRWLOCK itemsLock = SRWLOCK_INIT;
 
-void ReceiveAnswer(wSocketBroadcaster::UdpSocket*, IoRequest* request)
+void ReceiveAnswer(wSocketBroadcaster::UdpSocket* socket, IoRequest* request);
+
+// The broadcaster of one discovery, holding what its answers are applied to.
+class Discovery final : public wSocketBroadcaster {
+public:
+    Discovery(std::list<UpdateItem>& items, uint16_t port)
+        : wSocketBroadcaster(port, ReceiveAnswer), items(items), port(port), prefix(PeerPrefix(port))
+    {
+    }
+
+    std::list<UpdateItem>& items;
+    const uint16_t port;
+    const std::string prefix;
+};
+
+void ReceiveAnswer(wSocketBroadcaster::UdpSocket* socket, IoRequest* request)
 {
     const auto* from = reinterpret_cast<const sockaddr_in*>(request->address);
     if (request->addressLength < static_cast<int32_t>(sizeof(sockaddr_in)) || from->sin_family != AF_INET)
         return;
-    UpdaterConfig& config = *updaterConfig;
-    std::string prefix = PeerPrefix(config.httpSharePort);
+    auto& discovery = *static_cast<Discovery*>(socket->owner);
     AcquireSRWLockExclusive(&itemsLock);
     ApplyPeerAnswer(static_cast<const unsigned char*>(request->buffer), request->transferred,
-                    from->sin_addr.s_addr, prefix, config.updateItems);
+                    from->sin_addr.s_addr, discovery.prefix, discovery.items);
     ReleaseSRWLockExclusive(&itemsLock);
 }
 
@@ -45,28 +58,27 @@ bool EveryItemHasPeer(const std::list<UpdateItem>& items)
     return every;
 }
 
-void SendQueryBurst(wSocketBroadcaster& broadcaster, const UpdaterConfig& config)
+void SendQueryBurst(Discovery& discovery)
 {
     AcquireSRWLockShared(&itemsLock);
-    std::vector<std::string> queries = BuildPeerQueries(config.updateItems, config.httpSharePort);
+    std::vector<std::string> queries = BuildPeerQueries(discovery.items, discovery.port);
     ReleaseSRWLockShared(&itemsLock);
     sockaddr_in everyone = {};
     everyone.sin_family = AF_INET;
-    everyone.sin_port = htons(config.httpSharePort);
+    everyone.sin_port = htons(discovery.port);
     everyone.sin_addr.s_addr = INADDR_BROADCAST;
     for (const std::string& query : queries)
-        broadcaster.Send(query.data(), static_cast<uint32_t>(query.size()), everyone);
+        discovery.Send(query.data(), static_cast<uint32_t>(query.size()), everyone);
 }
 
 }  // namespace
 
-void StartPeerSharing()
+void StartPeerSharing(std::list<UpdateItem>& items, uint16_t port)
 {
     LogA("Finding peers in local network...");
-    UpdaterConfig& config = *updaterConfig;
-    wSocketBroadcaster broadcaster(config.httpSharePort, ReceiveAnswer);
-    broadcaster.Start("wSocketBroadcaster", 0x62401937, 0x62401938);
-    while (broadcaster.passes == 0)
+    Discovery discovery(items, port);
+    discovery.Start("wSocketBroadcaster", 0x62401937, 0x62401938);
+    while (discovery.passes == 0)
         Sleep(1);
 
     uint64_t start = PerformanceMilliseconds();
@@ -74,14 +86,14 @@ void StartPeerSharing()
     bool sent = false;
     for (;;) {
         uint64_t now = PerformanceMilliseconds();
-        if (now - start >= kDiscoveryMs || EveryItemHasPeer(config.updateItems))
+        if (now - start >= kDiscoveryMs || EveryItemHasPeer(items))
             break;
         if (!sent || now - lastBurst >= kBurstEveryMs) {
-            SendQueryBurst(broadcaster, config);
+            SendQueryBurst(discovery);
             lastBurst = now;
             sent = true;
         }
         Sleep(1);
     }
-    broadcaster.Stop();
+    discovery.Stop();
 }

@@ -1,13 +1,13 @@
 // Peer discovery: query datagrams broadcast to every local IPv4 network name the changed files,
 // and every answer makes its sender a peer of the files it names.
 #pragma once
+#include "share/update_item.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <list>
 #include <string>
 #include <vector>
-
-struct UpdateItem;
 
 // "wHttpShare%u" with the port: the text that starts every datagram of the protocol.
 std::string PeerPrefix(uint16_t port);
@@ -20,6 +20,7 @@ std::vector<std::string> BuildPeerQueries(const std::list<UpdateItem>& items, ui
 // is not an answer with this prefix.
 bool ApplyPeerAnswer(const unsigned char* bytes, size_t count, uint32_t sender, const std::string& prefix,
                      std::list<UpdateItem>& items);
-// Asks the local networks for the items of updaterConfig: query bursts at about 0, 200 and
-// 400 ms, answers taken until 500 ms or until every item has a peer.
-void StartPeerSharing();
+// Asks the local networks on `port` for the items: query bursts at about 0, 200 and 400 ms,
+// answers taken until 500 ms or until every item has a peer. What the answers tell is left in
+// the items: their peers, and from a version 2 answer the expected hash and size.
+void StartPeerSharing(std::list<UpdateItem>& items, uint16_t port);

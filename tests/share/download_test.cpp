@@ -1,11 +1,11 @@
 // Download URLs and the host walk that needs no network.
 #include <gtest/gtest.h>
-#include "app/config.h"
 #include "http/script_server.h"
 #include "runtime/iocp.h"
 #include "runtime/random_pick.h"
 #include "runtime/text.h"
 #include "share/download.h"
+#include "share/update_item.h"
 
 TEST(DownloadUrl, ServerWithPrefixAndPeerFromTheRoot)
 {
@@ -30,8 +30,7 @@ TEST(PercentEncode, KeepsOnlyUnreservedBytes)
 
 TEST(DownloadFromSources, EmptyHostListTriesNothing)
 {
-    UpdaterConfig config;
-    updaterConfig = &config;
+    std::vector<std::wstring> servers;
     UpdateItem item;
     item.name = L"a";
     FileDigest digest;
@@ -39,9 +38,8 @@ TEST(DownloadFromSources, EmptyHostListTriesNothing)
     uint32_t zero = 0;
     DownloadRequest request{L"unused", L"/", item, zero, zero, digest, done};
     RandomPick empty;
-    EXPECT_FALSE(DownloadFromSources(empty, request));
+    EXPECT_FALSE(DownloadFromSources(empty, servers, request));
     EXPECT_FALSE(done);
-    updaterConfig = nullptr;
 }
 
 namespace {
@@ -63,7 +61,6 @@ protected:
         WSADATA data;
         WSAStartup(MAKEWORD(2, 2), &data);
         IocpStart();
-        updaterConfig = &config;
         folder = GetDirectoryPart(GetModulePath()) + L"\\download-" +
                  Utf8ToWide(testing::UnitTest::GetInstance()->current_test_info()->name());
         item.name = L"dir\\f.txt";
@@ -72,12 +69,11 @@ protected:
     }
     void TearDown() override
     {
-        updaterConfig = nullptr;
         IocpShutdown();
         WSACleanup();
     }
 
-    UpdaterConfig config;
+    std::vector<std::wstring> servers;
     UpdateItem item;
     std::wstring folder;
 };
@@ -89,27 +85,27 @@ TEST_F(DownloadTest, SuccessfulHostIsWhereTheNextItemStarts)
     ScriptServer failing, good;
     failing.Start({Script{{Chunk{Response("404 Not Found", "no")}}}});
     good.Start({Script{{Chunk{Response("200 OK", "abc")}}}, Script{{Chunk{Response("200 OK", "abc")}}}});
-    config.domains = {Host(failing), Host(good)};
+    servers = {Host(failing), Host(good)};
     RandomPick hosts;
-    hosts.items = config.domains;
+    hosts.items = servers;
     hosts.index = 0;
 
     FileDigest digest;
     bool done = false;
     uint32_t zero = 0;
     DownloadRequest first{folder + L"\\one\\f.txt", L"/p", item, zero, zero, digest, done};
-    EXPECT_TRUE(DownloadFromSources(hosts, first));
+    EXPECT_TRUE(DownloadFromSources(hosts, servers, first));
     EXPECT_TRUE(done);
     EXPECT_EQ(hosts.index, 1u);
     EXPECT_EQ(digest.hash, item.hash);
     EXPECT_EQ(digest.size, 3u);
     // The failing server is dropped from the configured list; the pick keeps its own copy.
-    EXPECT_EQ(config.domains, std::vector<std::wstring>{Host(good)});
+    EXPECT_EQ(servers, std::vector<std::wstring>{Host(good)});
     EXPECT_EQ(hosts.items.size(), 2u);
 
     bool doneAgain = false;
     DownloadRequest second{folder + L"\\two\\f.txt", L"/p", item, zero, zero, digest, doneAgain};
-    EXPECT_TRUE(DownloadFromSources(hosts, second));
+    EXPECT_TRUE(DownloadFromSources(hosts, servers, second));
     EXPECT_TRUE(doneAgain);
     EXPECT_EQ(failing.Finish().size(), 1u);
     const std::vector<std::string>& requests = good.Finish();
@@ -121,20 +117,20 @@ TEST_F(DownloadTest, OneHostIsTriedOnceAndAWrongFileStaysForTheNextAttempt)
 {
     ScriptServer server;
     server.Start({Script{{Chunk{Response("200 OK", "abd")}}}});
-    config.domains = {Host(server)};
+    servers = {Host(server)};
     RandomPick hosts;
-    hosts.items = config.domains;
+    hosts.items = servers;
     FileDigest digest;
     bool done = false;
     uint32_t zero = 0;
     std::wstring path = folder + L"\\f.txt";
     DownloadRequest request{path, L"/", item, zero, zero, digest, done};
-    EXPECT_FALSE(DownloadFromSources(hosts, request));
+    EXPECT_FALSE(DownloadFromSources(hosts, servers, request));
     EXPECT_FALSE(done);
     EXPECT_EQ(server.Finish().size(), 1u);
     EXPECT_EQ(digest.hash, L"CB4CC28DF0FDBE0ECF9D9662E294B118092A5735");  // "abd"
     EXPECT_NE(GetFileAttributesW(path.c_str()), INVALID_FILE_ATTRIBUTES);
-    EXPECT_TRUE(config.domains.empty());
+    EXPECT_TRUE(servers.empty());
 }
 
 TEST_F(DownloadTest, PeerOverridesReplaceTheTimeouts)
@@ -149,7 +145,7 @@ TEST_F(DownloadTest, PeerOverridesReplaceTheTimeouts)
     uint32_t connect = 500, receive = 200;
     DownloadRequest request{folder + L"\\f.txt", L"/", item, connect, receive, digest, done};
     DWORD start = GetTickCount();
-    EXPECT_FALSE(DownloadFromSources(hosts, request));
+    EXPECT_FALSE(DownloadFromSources(hosts, servers, request));
     DWORD elapsed = GetTickCount() - start;
     EXPECT_GE(elapsed, 150u);
     EXPECT_LT(elapsed, 900u);

@@ -3,7 +3,6 @@
 // the received bytes faults. Each round checks what the handler may and may not change; the
 // seed is fixed and printed.
 #include <gtest/gtest.h>
-#include "app/config.h"
 #include "runtime/clock.h"
 #include "share/peers.h"
 #include "support/fuzz.h"

@@ -1,7 +1,6 @@
 // Peer discovery datagrams without a network: the bytes of query datagrams field by field, and
 // answers of both versions applied to the items, including the ones that must change nothing.
 #include <gtest/gtest.h>
-#include "app/config.h"
 #include "share/peers.h"
 
 #include <cstring>

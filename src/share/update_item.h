@@ -1,0 +1,15 @@
+// UpdateItem: one file whose copy on disk differs from the manifest, as the downloads and the
+// peer datagrams see it.
+#pragma once
+#include <cstdint>
+#include <set>
+#include <string>
+
+struct UpdateItem {
+    std::wstring name;       // "n" with '/' turned into '\'
+    std::wstring hash;       // "h" as in the manifest (a peer's answer may replace it)
+    std::wstring localHash;  // SHA-1 of the file on disk, or 40 underscores
+    uint64_t size = 0;       // "s"
+    uint64_t localSize = 0;
+    std::set<uint32_t> peers;  // IPv4 addresses (network order) of peers offering the file
+};
