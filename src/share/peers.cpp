@@ -4,6 +4,7 @@
 #include "share/peers.h"
 #include "app/config.h"
 #include "runtime/clock.h"
+#include "runtime/handles.h"
 #include "runtime/io_request.h"
 #include "runtime/logger.h"
 #include "share/broadcaster.h"
@@ -16,7 +17,7 @@ constexpr uint64_t kBurstEveryMs = 200;
 // Guards the items while discovery runs: answers change peers, hashes and sizes on the
 // workers while the discovery loop reads them to build queries and to see whether it is done.
 // Once the broadcaster has stopped no answer can arrive any more, so later readers need no lock.
-SRWLOCK itemsLock = SRWLOCK_INIT;
+SrwLock itemsLock;
 
 void ReceiveAnswer(wSocketBroadcaster::UdpSocket*, IoRequest* request)
 {
@@ -25,31 +26,28 @@ void ReceiveAnswer(wSocketBroadcaster::UdpSocket*, IoRequest* request)
         return;
     UpdaterConfig& config = *updaterConfig;
     std::string prefix = PeerPrefix(config.httpSharePort);
-    AcquireSRWLockExclusive(&itemsLock);
+    ExclusiveLock applying(itemsLock);
     ApplyPeerAnswer(static_cast<const unsigned char*>(request->buffer), request->transferred,
                     from->sin_addr.s_addr, prefix, config.updateItems);
-    ReleaseSRWLockExclusive(&itemsLock);
 }
 
 bool EveryItemHasPeer(const std::list<UpdateItem>& items)
 {
-    AcquireSRWLockShared(&itemsLock);
-    bool every = true;
+    SharedLock reading(itemsLock);
     for (const UpdateItem& item : items) {
-        if (item.peers.empty()) {
-            every = false;
-            break;
-        }
+        if (item.peers.empty())
+            return false;
     }
-    ReleaseSRWLockShared(&itemsLock);
-    return every;
+    return true;
 }
 
 void SendQueryBurst(wSocketBroadcaster& broadcaster, const UpdaterConfig& config)
 {
-    AcquireSRWLockShared(&itemsLock);
-    std::vector<std::string> queries = BuildPeerQueries(config.updateItems, config.httpSharePort);
-    ReleaseSRWLockShared(&itemsLock);
+    std::vector<std::string> queries;
+    {
+        SharedLock reading(itemsLock);
+        queries = BuildPeerQueries(config.updateItems, config.httpSharePort);
+    }
     sockaddr_in everyone = {};
     everyone.sin_family = AF_INET;
     everyone.sin_port = htons(config.httpSharePort);
