@@ -42,8 +42,23 @@ CriticalSectionLock::~CriticalSectionLock()
         LeaveCriticalSection(Native(section->storage));
 }
 
-ExclusiveLock::ExclusiveLock(SrwLock& lock) : lock(lock) { AcquireSRWLockExclusive(Native(&lock.storage)); }
-ExclusiveLock::~ExclusiveLock() { ReleaseSRWLockExclusive(Native(&lock.storage)); }
+template <bool kShared>
+SrwLockGuard<kShared>::SrwLockGuard(SrwLock& lock) : lock(lock)
+{
+    if (kShared)
+        AcquireSRWLockShared(Native(&lock.storage));
+    else
+        AcquireSRWLockExclusive(Native(&lock.storage));
+}
 
-SharedLock::SharedLock(SrwLock& lock) : lock(lock) { AcquireSRWLockShared(Native(&lock.storage)); }
-SharedLock::~SharedLock() { ReleaseSRWLockShared(Native(&lock.storage)); }
+template <bool kShared>
+SrwLockGuard<kShared>::~SrwLockGuard()
+{
+    if (kShared)
+        ReleaseSRWLockShared(Native(&lock.storage));
+    else
+        ReleaseSRWLockExclusive(Native(&lock.storage));
+}
+
+template class SrwLockGuard<false>;
+template class SrwLockGuard<true>;

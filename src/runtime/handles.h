@@ -114,31 +114,23 @@ public:
     SrwLock& operator=(const SrwLock&) = delete;
 
 private:
-    friend class ExclusiveLock;
-    friend class SharedLock;
+    template <bool kShared>
+    friend class SrwLockGuard;
     void* storage = nullptr;  // an SRWLOCK; all zero is its initial state
 };
 
-// Holds an SRW lock alone for its scope.
-class ExclusiveLock {
+// Holds an SRW lock for its scope: alone, or shared with other readers.
+template <bool kShared>
+class SrwLockGuard {
 public:
-    explicit ExclusiveLock(SrwLock& lock);
-    ~ExclusiveLock();
-    ExclusiveLock(const ExclusiveLock&) = delete;
-    ExclusiveLock& operator=(const ExclusiveLock&) = delete;
+    explicit SrwLockGuard(SrwLock& lock);
+    ~SrwLockGuard();
+    SrwLockGuard(const SrwLockGuard&) = delete;
+    SrwLockGuard& operator=(const SrwLockGuard&) = delete;
 
 private:
     SrwLock& lock;
 };
 
-// Holds an SRW lock shared with other readers for its scope.
-class SharedLock {
-public:
-    explicit SharedLock(SrwLock& lock);
-    ~SharedLock();
-    SharedLock(const SharedLock&) = delete;
-    SharedLock& operator=(const SharedLock&) = delete;
-
-private:
-    SrwLock& lock;
-};
+using ExclusiveLock = SrwLockGuard<false>;
+using SharedLock = SrwLockGuard<true>;
