@@ -2,6 +2,7 @@
 // name, the named-pipe signal, and whole-folder creation and deletion through the shell.
 #include "app/control.h"
 
+#include "runtime/handles.h"
 #include "runtime/logger.h"
 #include "runtime/text.h"
 
@@ -36,14 +37,13 @@ bool FindFirstProcess(const std::vector<std::wstring>& names, PROCESSENTRY32W& f
             wanted.insert(LowerAscii(name));
     if (wanted.empty())
         return false;
-    HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
-    if (snapshot == INVALID_HANDLE_VALUE)
+    UniqueHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+    if (!snapshot)
         return false;
     found.dwSize = sizeof(found);
-    BOOL more = Process32FirstW(snapshot, &found);
+    BOOL more = Process32FirstW(snapshot.Get(), &found);
     while (more && !wanted.count(LowerAscii(std::wstring(found.szExeFile))))
-        more = Process32NextW(snapshot, &found);
-    CloseHandle(snapshot);
+        more = Process32NextW(snapshot.Get(), &found);
     return more != FALSE;
 }
 
@@ -84,12 +84,11 @@ uint32_t RunNetCommand(const std::wstring& verb, const std::wstring& serviceName
     if (!CreateProcessW(application.c_str(), &commandLine[0], nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr,
                         nullptr, &startup, &process))
         return GetLastError();
-    WaitForSingleObject(process.hProcess, INFINITE);
+    UniqueHandle thread(process.hThread), running(process.hProcess);
+    WaitForSingleObject(running.Get(), INFINITE);
     DWORD exitCode = 0;
-    if (!GetExitCodeProcess(process.hProcess, &exitCode))
+    if (!GetExitCodeProcess(running.Get(), &exitCode))
         exitCode = GetLastError();
-    CloseHandle(process.hThread);
-    CloseHandle(process.hProcess);
     return exitCode;
 }
 
@@ -111,14 +110,13 @@ void CloseProcessByName(const std::vector<std::wstring>& names)
     LogW(L"Closing %s(%u) process.", entry.szExeFile, entry.th32ProcessID);
     PostMessageW(window, WM_CLOSE, 0, 0);
     PostMessageW(window, kCloseNotice, 0, 0);
-    HANDLE process = OpenProcess(SYNCHRONIZE, FALSE, entry.th32ProcessID);
+    UniqueHandle process(OpenProcess(SYNCHRONIZE, FALSE, entry.th32ProcessID));
     if (!process)
         return;
-    if (WaitForSingleObject(process, kCloseWaitMs) == WAIT_OBJECT_0)
+    if (WaitForSingleObject(process.Get(), kCloseWaitMs) == WAIT_OBJECT_0)
         LogW(L"Closed %s(%u) is closed.", entry.szExeFile, entry.th32ProcessID);
     else
         LogW(L"Failed to close %s(%u) process.", entry.szExeFile, entry.th32ProcessID);
-    CloseHandle(process);
 }
 
 void KillProcessByName(const std::vector<std::wstring>& names)
@@ -126,25 +124,21 @@ void KillProcessByName(const std::vector<std::wstring>& names)
     PROCESSENTRY32W entry;
     if (!FindFirstProcess(names, entry))
         return;
-    HANDLE process = OpenProcess(PROCESS_ALL_ACCESS, FALSE, entry.th32ProcessID);
-    if (!process || !TerminateProcess(process, 0xFFFFFFFF)) {
+    UniqueHandle process(OpenProcess(PROCESS_ALL_ACCESS, FALSE, entry.th32ProcessID));
+    if (!process || !TerminateProcess(process.Get(), 0xFFFFFFFF)) {
         LogW(L"Failed to terminate %s process. (0x%08X)", entry.szExeFile, GetLastError());
     } else {
-        WaitForSingleObject(process, INFINITE);
+        WaitForSingleObject(process.Get(), INFINITE);
         LogW(L"Terminated %s process.", entry.szExeFile);
     }
-    if (process)
-        CloseHandle(process);
 }
 
 void SignalPipe(const std::wstring& name)
 {
     std::wstring path = FormatW(L"\\\\.\\pipe\\%s", name.c_str());
-    HANDLE pipe = CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (pipe == INVALID_HANDLE_VALUE)
-        return;
-    ReadFile(pipe, nullptr, 0, nullptr, nullptr);
-    CloseHandle(pipe);
+    UniqueHandle pipe(CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (pipe)
+        ReadFile(pipe.Get(), nullptr, 0, nullptr, nullptr);
 }
 
 uint32_t CreateDirectoryPath(const std::wstring& path)

@@ -5,6 +5,7 @@
 #include "app/config.h"
 #include "app/control.h"
 #include "json/value.h"
+#include "runtime/handles.h"
 #include "runtime/logger.h"
 #include "runtime/text.h"
 #include "share/download.h"
@@ -118,8 +119,8 @@ void StartProgram(const wJsonObject& manifest)
     PROCESS_INFORMATION process = {};
     if (CreateProcessW(application.c_str(), &commandLine[0], nullptr, nullptr, FALSE, CREATE_NEW_CONSOLE, nullptr,
                        ProgramDirectory.c_str(), &startup, &process)) {
-        CloseHandle(process.hThread);
-        CloseHandle(process.hProcess);
+        // The program runs on by itself; its handles are not kept.
+        UniqueHandle thread(process.hThread), started(process.hProcess);
         LogW(L"Created a process. %s", commandLine.c_str());
     } else {
         LogW(L"Failed to create a process. (0x%08X) %s", GetLastError(), application.c_str());

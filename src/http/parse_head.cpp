@@ -1,21 +1,8 @@
 // The response-head parser: status line, header lines, and the rules that refuse a response
-// (no valid "Content-Length" print-back, "deflate", "chunked"); and the request's use of it, which
-// also refuses a memory body too large to hold and takes the block for one.
-#include "http/request.h"
+// (no valid "Content-Length" print-back, "deflate", "chunked").
 #include "http/response_head.h"
-#include "runtime/pool.h"
 
 #include <string_view>
-
-namespace {
-
-// A body kept in memory takes one pooled block of the next power of two, allocated up front from
-// the announced length. 256 MiB, the largest file the program ever hashes, keeps that block within
-// the pool's classes and stops a hostile length from exhausting memory. Bodies written to a file
-// have no bound.
-constexpr int64_t kMaxMemoryBody = 256 * 1024 * 1024;
-
-}  // namespace
 
 int64_t ParseResponseHead(const char* bytes, size_t count, ResponseHead& head)
 {
@@ -57,26 +44,4 @@ int64_t ParseResponseHead(const char* bytes, size_t count, ResponseHead& head)
     if (head.chunked)
         return -1;
     return static_cast<int64_t>(end);
-}
-
-int64_t HttpRequest::ParseHead(const char* bytes, size_t count)
-{
-    ResponseHead head;
-    int64_t used = ParseResponseHead(bytes, count, head);
-    if (used == 0)
-        return 0;
-    workStatus = head.status;
-    workHeaders = std::move(head.headers);
-    expected = head.expected;
-    deflate = head.deflate;
-    chunked = head.chunked;
-    if (used < 0)
-        return -1;
-    bool announced = workHeaders.count(L"Content-Length") != 0;
-    if (announced && expected > 0 && outputPath.empty() && !headOnly) {
-        if (expected > kMaxMemoryBody)
-            return -1;
-        workBody = PoolAlloc(PoolClassFor(static_cast<uint64_t>(expected)));
-    }
-    return used;
 }

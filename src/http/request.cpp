@@ -2,30 +2,9 @@
 #include "http/request.h"
 #include "runtime/pool.h"
 
-#include <winsock2.h>
-#include <cstring>
-
-static_assert(sizeof(CRITICAL_SECTION) <= sizeof(HttpRequest::rateLock), "rateLock storage too small");
-static_assert(alignof(CRITICAL_SECTION) <= 8, "rateLock storage misaligned");
-
-HttpRequest::HttpRequest() : socket(INVALID_SOCKET)
-{
-    rateSlots = static_cast<uint32_t*>(PoolAlloc(PoolClassFor(rateSlotCount * sizeof(uint32_t))));
-    std::memset(rateSlots, 0, rateSlotCount * sizeof(uint32_t));
-    InitializeCriticalSectionAndSpinCount(RateLock(), 0xFFFFFFFF);
-}
-
 HttpRequest::~HttpRequest()
 {
-    EndBody();
     Reset();
-    PoolFree(rateSlots);
-    DeleteCriticalSection(RateLock());
-}
-
-_RTL_CRITICAL_SECTION* HttpRequest::RateLock()
-{
-    return reinterpret_cast<CRITICAL_SECTION*>(rateLock);
 }
 
 void HttpRequest::DropBody()
@@ -46,15 +25,7 @@ void HttpRequest::Reset()
     headers.clear();
     DropBody();
     outputPath.clear();
-
-    EnterCriticalSection(RateLock());
-    std::memset(rateSlots, 0, rateSlotCount * sizeof(uint32_t));
-    rateSum = 0;
-    rateSlotIndex = 0;
-    rateSlotStart = 0;
-    rateSlotBytes = 0;
-    LeaveCriticalSection(RateLock());
-
+    RateMeter::Clear();
     rateLimit = 0;
     sendRaw = 0;
     noRedirect = 0;
@@ -84,27 +55,11 @@ void HttpRequest::Execute(const std::wstring& text)
 void HttpRequest::Transfer(HttpUrl next)
 {
     for (;;) {
-        file.Close();
-        deflate = 0;
-        headOnly = 0;
-        chunked = 0;
-        std::memset(address, 0, sizeof(address));
-        addressLength = 0;
-        workBody = nullptr;
-        received = 0;
-        expected = 0;
-        writeBatchLength = 0;
-        writeBatchOffset = 0;
-        workHeaders.clear();
-        workStatus = 0;
-        socket = INVALID_SOCKET;
         target = next;
-
-        if (!OpenSocket())
+        if (!connection.Open(target.host, target.port))
             return;
         Exchange();
-        closesocket(static_cast<SOCKET>(socket));
-        socket = INVALID_SOCKET;
+        connection.Close();
 
         // A request that follows a redirect is a GET without body.
         method.clear();

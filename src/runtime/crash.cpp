@@ -2,6 +2,7 @@
 // the colons that file names cannot hold). It runs when something has gone badly wrong, so it
 // touches no pooled memory and no logger: fixed buffers and direct writes only.
 #include "runtime/crash.h"
+#include "runtime/handles.h"
 #include "runtime/printf_check.h"
 
 #include <windows.h>
@@ -16,7 +17,8 @@ uint32_t crashProcessId = 0;
 
 namespace {
 
-CRITICAL_SECTION crashLock;
+// Made once and never deleted, so that a crash while the process ends still finds it.
+CriticalSection* crashLock = nullptr;
 
 VEY_PRINTF_A(2, 3) void WriteLine(HANDLE file, const char* format, ...)
 {
@@ -63,7 +65,8 @@ void WriteReport(HANDLE file, const EXCEPTION_RECORD* record)
 
 void InitCrashReporter()
 {
-    InitializeCriticalSection(&crashLock);
+    if (!crashLock)
+        crashLock = new CriticalSection;
     crashDumpType = MiniDumpWithFullMemory;
     crashProcess = GetCurrentProcess();
     crashProcessId = GetCurrentProcessId();
@@ -71,7 +74,7 @@ void InitCrashReporter()
 
 long __stdcall CrashHandler(_EXCEPTION_POINTERS* exception)
 {
-    EnterCriticalSection(&crashLock);
+    CriticalSectionLock reporting(*crashLock);
     SYSTEMTIME now;
     GetLocalTime(&now);
     DWORD threadId = GetCurrentThreadId();
@@ -80,26 +83,24 @@ long __stdcall CrashHandler(_EXCEPTION_POINTERS* exception)
     _snwprintf(name, sizeof(name) / sizeof(name[0]), L"%s_%04u-%02u-%02u_%02u;%02u;%02u.%03u_%u.log", crashBasePath,
                now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond, now.wMilliseconds, threadId);
     name[sizeof(name) / sizeof(name[0]) - 1] = 0;
-    HANDLE report = CreateFileW(name, GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (report != INVALID_HANDLE_VALUE) {
-        WriteReport(report, exception->ExceptionRecord);
-        FlushFileBuffers(report);
-        CloseHandle(report);
+    UniqueHandle report(CreateFileW(name, GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (report) {
+        WriteReport(report.Get(), exception->ExceptionRecord);
+        FlushFileBuffers(report.Get());
+        report.Reset();
     }
 
     _snwprintf(name, sizeof(name) / sizeof(name[0]), L"%s_%04u-%02u-%02u_%02u;%02u;%02u.%03u_%u.dmp", crashBasePath,
                now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond, now.wMilliseconds, threadId);
     name[sizeof(name) / sizeof(name[0]) - 1] = 0;
     long result = 0;
-    HANDLE dump = CreateFileW(name, GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (dump != INVALID_HANDLE_VALUE) {
+    UniqueHandle dump(CreateFileW(name, GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (dump) {
         MINIDUMP_EXCEPTION_INFORMATION info = {threadId, exception, FALSE};
-        if (MiniDumpWriteDump(crashProcess, crashProcessId, dump, static_cast<MINIDUMP_TYPE>(crashDumpType), &info,
-                              nullptr, nullptr))
+        if (MiniDumpWriteDump(crashProcess, crashProcessId, dump.Get(), static_cast<MINIDUMP_TYPE>(crashDumpType),
+                              &info, nullptr, nullptr))
             result = 1;
-        FlushFileBuffers(dump);
-        CloseHandle(dump);
+        FlushFileBuffers(dump.Get());
     }
-    LeaveCriticalSection(&crashLock);
     return result;
 }

@@ -2,6 +2,7 @@
 // each thread makes once and reuses.
 #include "runtime/file.h"
 #include "runtime/fatal.h"
+#include "runtime/handles.h"
 #include "runtime/iocp.h"
 #include "runtime/io_request.h"
 
@@ -16,21 +17,12 @@ struct Waiter {
 // Auto-reset, so the wait for an operation consumes the one signal that its completion gives.
 // Made once per thread: an event made and closed for every operation costs two more trips to
 // the system (to Wine's server, under Wine) per read or write.
-struct ThreadEvent {
-    HANDLE handle = nullptr;
-    ~ThreadEvent()
-    {
-        if (handle)
-            CloseHandle(handle);
-    }
-};
-
 HANDLE WaitEvent()
 {
-    thread_local ThreadEvent event;
-    if (!event.handle)
-        event.handle = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-    return event.handle;
+    thread_local UniqueHandle event;
+    if (!event)
+        event.Reset(CreateEventW(nullptr, FALSE, FALSE, nullptr));
+    return event.Get();
 }
 
 void SignalWaiter(IoRequest* request)
@@ -52,19 +44,16 @@ uint32_t wFile::Open(const std::wstring& path, bool read, bool write, bool share
 {
     DWORD access = (read ? GENERIC_READ : 0) | (write ? GENERIC_WRITE : 0);
     DWORD share = FILE_SHARE_READ | FILE_SHARE_WRITE | (shareDelete ? FILE_SHARE_DELETE : 0);
-    HANDLE opened = CreateFileW(path.c_str(), access, share, nullptr, disposition,
-                                FILE_FLAG_OVERLAPPED | FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (opened == INVALID_HANDLE_VALUE)
+    UniqueHandle opened(CreateFileW(path.c_str(), access, share, nullptr, disposition,
+                                    FILE_FLAG_OVERLAPPED | FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!opened)
         return GetLastError();
-    if (uint32_t error = IocpBind(opened, CompleteIoRequest)) {
-        CloseHandle(opened);
+    if (uint32_t error = IocpBind(opened.Get(), CompleteIoRequest))
         return error;
-    }
     void* expected = nullptr;
-    if (!handle.compare_exchange_strong(expected, opened)) {
-        CloseHandle(opened);
+    if (!handle.compare_exchange_strong(expected, opened.Get()))
         return ERROR_INVALID_HANDLE;
-    }
+    opened.Release();
     name = path;
     return 0;
 }
@@ -113,8 +102,7 @@ IoResult wFile::Issue(uint32_t kind, uint64_t position, void* buffer, uint32_t l
 
 void wFile::Close()
 {
-    if (void* open = handle.exchange(nullptr)) {
-        CloseHandle(open);
+    UniqueHandle open(handle.exchange(nullptr));
+    if (open)
         name.clear();
-    }
 }

@@ -2,11 +2,13 @@
 // so a thread that blocks on an operation can always be woken.
 #include "runtime/iocp.h"
 #include "runtime/fatal.h"
+#include "runtime/handles.h"
 #include "runtime/io_request.h"
 #include "runtime/pool.h"
 #include "runtime/thread.h"
 
 #include <windows.h>
+#include <utility>
 
 namespace {
 
@@ -16,8 +18,8 @@ struct WorkerRecord {
 };
 
 struct IocpPort {
-    HANDLE port = nullptr;
-    CRITICAL_SECTION lock;
+    UniqueHandle port;
+    CriticalSection lock;
     volatile long busy = 0;
     volatile long workers = 0;
     WorkerRecord* list = nullptr;
@@ -48,10 +50,9 @@ DWORD WINAPI WorkerLoop(void* port)
 
 void IocpStart()
 {
-    iocp.port = CreateIoCompletionPort(INVALID_HANDLE_VALUE, nullptr, 0, 0);
+    iocp.port.Reset(CreateIoCompletionPort(INVALID_HANDLE_VALUE, nullptr, 0, 0));
     if (!iocp.port)
         FatalError(0x02085247);
-    InitializeCriticalSection(&iocp.lock);
     iocp.busy = 0;
     iocp.workers = 0;
     iocp.list = nullptr;
@@ -60,10 +61,11 @@ void IocpStart()
 
 void IocpAddWorker()
 {
-    if (!TryEnterCriticalSection(&iocp.lock))
+    CriticalSectionLock adding(iocp.lock, CriticalSectionLock::TryOnly{});
+    if (!adding.Held())
         return;
     if (iocp.port) {
-        HANDLE thread = CreateThread(nullptr, 0, WorkerLoop, iocp.port, 0, nullptr);
+        HANDLE thread = CreateThread(nullptr, 0, WorkerLoop, iocp.port.Get(), 0, nullptr);
         if (!thread)
             FatalError(0x12389597);
         auto* record = static_cast<WorkerRecord*>(PoolAlloc(PoolClassFor(sizeof(WorkerRecord))));
@@ -72,40 +74,39 @@ void IocpAddWorker()
         iocp.list = record;
         InterlockedIncrement(&iocp.workers);
     }
-    LeaveCriticalSection(&iocp.lock);
 }
 
 void IocpShutdown()
 {
-    EnterCriticalSection(&iocp.lock);
-    HANDLE port = iocp.port;
-    iocp.port = nullptr;
-    LeaveCriticalSection(&iocp.lock);
+    UniqueHandle port;
+    {
+        CriticalSectionLock taking(iocp.lock);
+        port = std::move(iocp.port);
+    }
     // Closing the port does not wake blocked waiters under Wine, so each worker also gets an
     // empty packet, taken after the work queued before it.
     for (long i = 0; i < iocp.workers; ++i)
-        PostQueuedCompletionStatus(port, 0, 0, nullptr);
-    CloseHandle(port);
+        PostQueuedCompletionStatus(port.Get(), 0, 0, nullptr);
+    port.Reset();
     while (WorkerRecord* record = iocp.list) {
-        WaitForSingleObject(record->thread, INFINITE);
-        CloseHandle(record->thread);
+        UniqueHandle thread(record->thread);
+        WaitForSingleObject(thread.Get(), INFINITE);
         iocp.list = record->next;
         PoolFree(record);
     }
     iocp.workers = 0;
-    DeleteCriticalSection(&iocp.lock);
 }
 
 uint32_t IocpBind(void* handle, CompletionHandler handler)
 {
-    if (!CreateIoCompletionPort(handle, iocp.port, reinterpret_cast<ULONG_PTR>(handler), 0))
+    if (!CreateIoCompletionPort(handle, iocp.port.Get(), reinterpret_cast<ULONG_PTR>(handler), 0))
         return GetLastError();
     return 0;
 }
 
 void IocpPost(CompletionHandler handler, _OVERLAPPED* overlapped, uint32_t bytes)
 {
-    if (!PostQueuedCompletionStatus(iocp.port, bytes, reinterpret_cast<ULONG_PTR>(handler), overlapped))
+    if (!PostQueuedCompletionStatus(iocp.port.Get(), bytes, reinterpret_cast<ULONG_PTR>(handler), overlapped))
         FatalError(0x54378157);
 }
 

@@ -17,8 +17,6 @@ wLogger* instance = nullptr;
 const char kOverflowMarker[] = "[Buffer Overflow]\r\n";
 const unsigned char kByteOrderMark[] = {0xEF, 0xBB, 0xBF};
 
-CRITICAL_SECTION* Lock(void* lock) { return static_cast<CRITICAL_SECTION*>(lock); }
-
 void WriteAll(HANDLE file, const void* data, DWORD length)
 {
     DWORD written = 0;
@@ -79,11 +77,8 @@ std::string NewEntry(size_t length)
 
 void (*wLogger::localTime)(_SYSTEMTIME* time) = GetLocalTime;
 
-wLogger::wLogger()
+wLogger::wLogger() : flushDone(CreateEventW(nullptr, TRUE, FALSE, nullptr))
 {
-    flushDone = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    lock = new CRITICAL_SECTION;
-    InitializeCriticalSectionAndSpinCount(Lock(lock), 0xFFFFFFFF);
     LARGE_INTEGER value;
     QueryPerformanceFrequency(&value);
     frequency = value.QuadPart;
@@ -107,9 +102,6 @@ wLogger::~wLogger()
 {
     free(writeBuffer);
     free(ring);
-    DeleteCriticalSection(Lock(lock));
-    delete Lock(lock);
-    CloseHandle(flushDone);
 }
 
 void wLogger::Create()
@@ -126,9 +118,9 @@ void wLogger::Stop()
     if (!logger)
         return;
     logger->flushRequested = 1;
-    SetEvent(logger->wakeEvent);
-    WaitForSingleObject(logger->flushDone, INFINITE);
-    ResetEvent(logger->flushDone);
+    SetEvent(logger->wakeEvent.Get());
+    WaitForSingleObject(logger->flushDone.Get(), INFINITE);
+    ResetEvent(logger->flushDone.Get());
     logger->wThread::Stop();
     instance = nullptr;
     delete logger;
@@ -168,24 +160,8 @@ void wLogger::Append(std::string& entry)
     if (echo)
         Echo(entry);
 
-    uint64_t size = entry.size() + 2;
-    EnterCriticalSection(Lock(lock));
-    if (size <= capacity - used) {
-        auto put = [this](const void* data, size_t count) {
-            auto* bytes = static_cast<const unsigned char*>(data);
-            uint32_t tail = (readOffset + used) % capacity;
-            size_t first = count < capacity - tail ? count : capacity - tail;
-            memcpy(ring + tail, bytes, first);
-            memcpy(ring, bytes + first, count - first);
-            used += static_cast<uint32_t>(count);
-        };
-        put(entry.data(), entry.size());
-        put("\r\n", 2);
-    } else {
-        overflow = 1;
-    }
-    LeaveCriticalSection(Lock(lock));
-    SetEvent(wakeEvent);
+    PutInRing(entry);
+    SetEvent(wakeEvent.Get());
 }
 
 bool wLogger::Begin()
@@ -196,8 +172,8 @@ bool wLogger::Begin()
 
 bool wLogger::Loop()
 {
-    WaitForSingleObject(wakeEvent, INFINITE);
-    ResetEvent(wakeEvent);
+    WaitForSingleObject(wakeEvent.Get(), INFINITE);
+    ResetEvent(wakeEvent.Get());
     // A flush asked for during this pass is served by the next one, which its wake-up starts.
     bool flushing = flushRequested != 0;
 
@@ -206,14 +182,13 @@ bool wLogger::Loop()
     if (file && (fileYear != now.wYear || fileMonth != now.wMonth || fileDay != now.wDay))
         CloseFile();
     if (!file) {
-        HANDLE opened = CreateFileW(FileNameFor(now).c_str(), FILE_APPEND_DATA,
-                                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_ALWAYS,
-                                    FILE_ATTRIBUTE_NORMAL, nullptr);
-        if (opened != INVALID_HANDLE_VALUE) {
-            file = opened;
+        file.Reset(CreateFileW(FileNameFor(now).c_str(), FILE_APPEND_DATA,
+                               FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_ALWAYS,
+                               FILE_ATTRIBUTE_NORMAL, nullptr));
+        if (file) {
             LARGE_INTEGER size;
-            if (GetFileSizeEx(opened, &size) && size.QuadPart == 0)
-                WriteAll(opened, kByteOrderMark, sizeof(kByteOrderMark));
+            if (GetFileSizeEx(file.Get(), &size) && size.QuadPart == 0)
+                WriteAll(file.Get(), kByteOrderMark, sizeof(kByteOrderMark));
             fileYear = now.wYear;
             fileMonth = now.wMonth;
             fileDay = now.wDay;
@@ -221,33 +196,22 @@ bool wLogger::Loop()
     }
     if (file) {
         // Text stays in the ring while no file can be opened.
-        for (;;) {
-            EnterCriticalSection(Lock(lock));
-            uint32_t n = used < kBufferSize ? used : kBufferSize;
-            if (n == 0) {
-                LeaveCriticalSection(Lock(lock));
-                break;
-            }
-            uint32_t first = n < capacity - readOffset ? n : capacity - readOffset;
-            memcpy(writeBuffer, ring + readOffset, first);
-            memcpy(writeBuffer + first, ring, n - first);
-            used -= n;
-            readOffset = used == 0 ? 0 : (readOffset + n) % capacity;
-            LeaveCriticalSection(Lock(lock));
-            WriteAll(file, writeBuffer, n);
+        while (uint32_t n = TakeFromRing())
+            WriteAll(file.Get(), writeBuffer, n);
+        bool dropped;
+        {
+            CriticalSectionLock reading(lock);
+            dropped = overflow != 0;
+            overflow = 0;
         }
-        EnterCriticalSection(Lock(lock));
-        bool dropped = overflow != 0;
-        overflow = 0;
-        LeaveCriticalSection(Lock(lock));
         if (dropped)
-            WriteAll(file, kOverflowMarker, sizeof(kOverflowMarker) - 1);
+            WriteAll(file.Get(), kOverflowMarker, sizeof(kOverflowMarker) - 1);
     }
     // The file is never held open between passes, so other programs may read, move or delete it.
     CloseFile();
     if (flushing) {
         flushRequested = 0;
-        SetEvent(flushDone);
+        SetEvent(flushDone.Get());
     }
     return true;
 }
@@ -257,12 +221,43 @@ void wLogger::End()
     CloseFile();
 }
 
+void wLogger::PutInRing(const std::string& entry)
+{
+    auto put = [this](const void* data, size_t count) {
+        auto* bytes = static_cast<const unsigned char*>(data);
+        uint32_t tail = (readOffset + used) % capacity;
+        size_t first = count < capacity - tail ? count : capacity - tail;
+        memcpy(ring + tail, bytes, first);
+        memcpy(ring, bytes + first, count - first);
+        used += static_cast<uint32_t>(count);
+    };
+    uint64_t size = entry.size() + 2;
+    CriticalSectionLock writing(lock);
+    if (size <= capacity - used) {
+        put(entry.data(), entry.size());
+        put("\r\n", 2);
+    } else {
+        overflow = 1;
+    }
+}
+
+uint32_t wLogger::TakeFromRing()
+{
+    CriticalSectionLock reading(lock);
+    uint32_t n = used < kBufferSize ? used : kBufferSize;
+    if (n == 0)
+        return 0;
+    uint32_t first = n < capacity - readOffset ? n : capacity - readOffset;
+    memcpy(writeBuffer, ring + readOffset, first);
+    memcpy(writeBuffer + first, ring, n - first);
+    used -= n;
+    readOffset = used == 0 ? 0 : (readOffset + n) % capacity;
+    return n;
+}
+
 void wLogger::CloseFile()
 {
-    if (file) {
-        CloseHandle(file);
-        file = nullptr;
-    }
+    file.Reset();
     fileYear = fileMonth = fileDay = 0;
 }
 

@@ -2,6 +2,7 @@
 // it to a ring buffer; the "_wLogger" thread moves the text to a daily UTF-8 file under
 // "_logs" beside the program. Callers never wait for the disk.
 #pragma once
+#include "runtime/handles.h"
 #include "runtime/printf_check.h"
 #include "runtime/thread.h"
 
@@ -52,22 +53,26 @@ private:
     bool Begin() override;
     bool Loop() override;
     void End() override;
+    // Adds the entry and its line end to the ring, or marks an overflow when they do not fit.
+    void PutInRing(const std::string& entry);
+    // Moves up to kBufferSize bytes from the ring to writeBuffer: their count, 0 when it is empty.
+    uint32_t TakeFromRing();
     void CloseFile();
 
-    void* file = nullptr;
+    UniqueHandle file;
     // Year, month and day of the open file; 0 when none is open.
     uint16_t fileYear = 0, fileMonth = 0, fileDay = 0;
     unsigned char* writeBuffer = nullptr;
     volatile uint8_t overflow = 0;
     volatile uint8_t flushRequested = 0;
-    void* flushDone = nullptr;
+    UniqueHandle flushDone;
     std::wstring programName;
     std::wstring logDirectory;
     unsigned char* ring = nullptr;
     uint32_t readOffset = 0;
     uint32_t used = 0;
     uint32_t capacity = kBufferSize;
-    void* lock = nullptr;  // CRITICAL_SECTION guarding the ring and `overflow`
+    CriticalSection lock{0xFFFFFFFF};  // guards the ring and `overflow`
     uint8_t echo = 1;
     int64_t frequency = 0;
     int64_t startCounter = 0;

@@ -5,10 +5,7 @@
 #include <windows.h>
 #include <cstring>
 
-wThread::wThread()
-{
-    wakeEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-}
+wThread::wThread() : wakeEvent(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {}
 
 wThread::~wThread()
 {
@@ -19,7 +16,7 @@ void wThread::Start(const char* threadName, uint32_t runningCode, uint32_t creat
 {
     if (thread)
         FatalError(runningCode);
-    ResetEvent(wakeEvent);
+    ResetEvent(wakeEvent.Get());
     threadId = 0;
     stopFlag = 0;
     strncpy(name, threadName ? threadName : "", sizeof(name) - 1);
@@ -37,16 +34,14 @@ void wThread::Start(const char* threadName, uint32_t runningCode, uint32_t creat
 void wThread::Stop()
 {
     // Whoever takes the handle out, this call or the ending thread itself, closes it.
-    if (void* running = InterlockedExchangePointer(const_cast<void**>(&thread), nullptr)) {
+    UniqueHandle running(InterlockedExchangePointer(const_cast<void**>(&thread), nullptr));
+    if (running) {
         stopFlag = 1;
-        SetEvent(wakeEvent);
-        WaitForSingleObject(running, INFINITE);
-        CloseHandle(running);
+        SetEvent(wakeEvent.Get());
+        WaitForSingleObject(running.Get(), INFINITE);
     }
-    if (wakeEvent) {
-        CloseHandle(wakeEvent);
-        wakeEvent = nullptr;
-    }
+    running.Reset();
+    wakeEvent.Reset();
 }
 
 bool wThread::Begin() { return true; }
@@ -66,8 +61,8 @@ unsigned long __stdcall wThread::Procedure(void* argument)
     }
     self->threadId = 0;
     self->stopFlag = 0;
-    if (void* own = InterlockedExchangePointer(const_cast<void**>(&self->thread), nullptr))
-        CloseHandle(own);
+    // Closes the thread's own handle unless Stop has taken it out already.
+    UniqueHandle(InterlockedExchangePointer(const_cast<void**>(&self->thread), nullptr)).Reset();
     return 0;
 }
 

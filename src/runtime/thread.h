@@ -1,11 +1,13 @@
 // wThread: a named thread with a begin, loop, end life, stopped through a flag and a wake event.
 #pragma once
+#include "runtime/handles.h"
+
 #include <cstdint>
 
 class wThread {
 public:
     wThread();
-    // Stops the thread if it runs, then closes the wake event.
+    // Stops the thread if it runs.
     ~wThread();
     wThread(const wThread&) = delete;
     wThread& operator=(const wThread&) = delete;
@@ -13,7 +15,7 @@ public:
     // Starts the thread; a thread already running ends the process with runningCode, a thread
     // that cannot be created with createCode.
     void Start(const char* name, uint32_t runningCode, uint32_t createCode);
-    // Sets the stop flag, wakes the thread and waits for it to end.
+    // Sets the stop flag, wakes the thread and waits for it to end, then closes the wake event.
     void Stop();
     bool Running() const { return thread != nullptr; }
 
@@ -25,7 +27,8 @@ protected:
     // Called once after the loop when Begin returned true.
     virtual void End();
 
-    void* wakeEvent;
+    UniqueHandle wakeEvent;
+    // Taken out with an atomic exchange by Stop or by the ending thread, whichever comes first.
     void* volatile thread = nullptr;
     uint32_t threadId = 0;
     volatile uint8_t stopFlag = 0;

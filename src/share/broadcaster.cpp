@@ -48,10 +48,7 @@ bool wSocketBroadcaster::Loop()
             if (row.Address.si_family != AF_INET || !up.count(row.InterfaceIndex) || bytes[0] == 127)
                 continue;
             std::string key = FormatA("%d.%d.%d.%d:%d", bytes[0], bytes[1], bytes[2], bytes[3], port);
-            AcquireSRWLockShared(&socketsLock);
-            bool known = sockets.count(key) != 0;
-            ReleaseSRWLockShared(&socketsLock);
-            if (known)
+            if (Knows(key))
                 continue;
             auto* socket = PoolNew<UdpSocket>(this, withGateway.count(row.InterfaceIndex) != 0,
                                               static_cast<uint8_t>(row.OnLinkPrefixLength));
@@ -59,9 +56,8 @@ bool wSocketBroadcaster::Loop()
                 PoolDelete(socket);
                 continue;
             }
-            AcquireSRWLockExclusive(&socketsLock);
+            ExclusiveLock adding(socketsLock);
             sockets[key] = socket;
-            ReleaseSRWLockExclusive(&socketsLock);
         }
     }
     for (void* table : {static_cast<void*>(routes), static_cast<void*>(addresses), static_cast<void*>(interfaces)}) {
@@ -69,30 +65,34 @@ bool wSocketBroadcaster::Loop()
             FreeMibTable(table);
     }
     ++passes;
-    WaitForSingleObject(wakeEvent, 2000);
-    ResetEvent(wakeEvent);
+    WaitForSingleObject(wakeEvent.Get(), 2000);
+    ResetEvent(wakeEvent.Get());
     return true;
 }
 
 void wSocketBroadcaster::End()
 {
-    AcquireSRWLockExclusive(&socketsLock);
+    ExclusiveLock closing(socketsLock);
     for (auto& entry : sockets)
         PoolDelete(entry.second);
     sockets.clear();
-    ReleaseSRWLockExclusive(&socketsLock);
+}
+
+bool wSocketBroadcaster::Knows(const std::string& key)
+{
+    SharedLock reading(socketsLock);
+    return sockets.count(key) != 0;
 }
 
 void wSocketBroadcaster::Send(const void* bytes, uint32_t length, const sockaddr_in& destination)
 {
-    AcquireSRWLockShared(&socketsLock);
+    SharedLock sending(socketsLock);
     if (destination.sin_addr.s_addr == INADDR_BROADCAST) {
         for (auto& entry : sockets)
             entry.second->SendTo(bytes, length, destination);
     } else if (UdpSocket* socket = Route(sockets, destination.sin_addr.s_addr)) {
         socket->SendTo(bytes, length, destination);
     }
-    ReleaseSRWLockShared(&socketsLock);
 }
 
 wSocketBroadcaster::UdpSocket* wSocketBroadcaster::Route(const SocketMap& sockets, uint32_t destination)

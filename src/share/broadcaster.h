@@ -2,6 +2,7 @@
 // refreshed every two seconds, routes outgoing datagrams to them and hands every received
 // datagram to one handler.
 #pragma once
+#include "runtime/handles.h"
 #include "runtime/thread.h"
 #include "share/socket.h"
 
@@ -50,8 +51,11 @@ protected:
     void End() override;
 
 private:
+    // Whether a socket with this key is open already.
+    bool Knows(const std::string& key);
+
     SocketMap sockets;  // key "a.b.c.d:port"
-    SRWLOCK socketsLock = SRWLOCK_INIT;
+    SrwLock socketsLock;
     const uint16_t port;
     const uint32_t receiveCount = 1;
     const uint32_t receiveSize = 2048;

@@ -1,6 +1,7 @@
 // HashFile: the whole file in one read through the completion port, then SHA-1.
 #include "share/digest.h"
 #include "runtime/file.h"
+#include "runtime/handles.h"
 #include "runtime/iocp.h"
 #include "runtime/io_request.h"
 #include "runtime/text.h"
@@ -26,12 +27,12 @@ constexpr uint32_t kTouchFirstFrom = 8u << 20;
 
 // Held while a buffer of kTouchFirstFrom bytes or more exists, so that files hashed on several
 // threads at once never hold more than one large file in memory together.
-SRWLOCK largeBufferTurn = SRWLOCK_INIT;
+SrwLock largeBufferTurn;
 
 struct TouchRange {
     unsigned char* begin;
     unsigned char* end;
-    HANDLE done;
+    UniqueHandle done;
 };
 
 void Touch(unsigned char* begin, unsigned char* end)
@@ -49,12 +50,12 @@ void TouchOnWorker(IoRequest* request)
 {
     auto* range = static_cast<TouchRange*>(request->context);
     Touch(range->begin, range->end);
-    SetEvent(range->done);
+    SetEvent(range->done.Get());
 }
 
 void TouchBuffer(unsigned char* buffer, uint32_t length)
 {
-    TouchRange upper{buffer + length / 2, buffer + length, CreateEventW(nullptr, TRUE, FALSE, nullptr)};
+    TouchRange upper{buffer + length / 2, buffer + length, UniqueHandle(CreateEventW(nullptr, TRUE, FALSE, nullptr))};
     if (!upper.done) {
         Touch(buffer, buffer + length);
         return;
@@ -65,8 +66,27 @@ void TouchBuffer(unsigned char* buffer, uint32_t length)
     request->callback = TouchOnWorker;
     IocpPost(CompleteIoRequest, &request->overlapped, 0);
     Touch(buffer, upper.begin);
-    WaitForSingleObject(upper.done, INFINITE);
-    CloseHandle(upper.done);
+    WaitForSingleObject(upper.done.Get(), INFINITE);
+}
+
+// Reads the whole open file of `length` bytes into one buffer, closes it and hashes the bytes.
+void ReadAndHash(wFile& file, uint32_t length, FileDigest& digest)
+{
+    // One extra byte keeps the allocation valid for an empty file.
+    auto* buffer = static_cast<unsigned char*>(malloc(size_t(length) + 1));
+    IoResult read{ERROR_NOT_ENOUGH_MEMORY, 0};
+    if (buffer) {
+        if (length >= kTouchFirstFrom)
+            TouchBuffer(buffer, length);
+        read = length > 0 ? file.Read(0, buffer, length) : IoResult{0, 0};
+    }
+    file.Close();
+    if (read.error == 0) {
+        uint8_t sha1[kSha1DigestSize];
+        Sha1Buffer(buffer, read.bytes, sha1);
+        digest.hash = BytesToHex(sha1, sizeof(sha1));
+    }
+    free(buffer);
 }
 
 }  // namespace
@@ -90,26 +110,12 @@ FileDigest HashFile(const std::wstring& path)
     if (!GetFileSizeEx(file.Handle(), &size) || size.QuadPart < 0 || uint64_t(size.QuadPart) > kMaxHashedSize)
         return digest;
     uint32_t length = static_cast<uint32_t>(size.QuadPart);
-    bool large = length >= kTouchFirstFrom;
-    if (large)
-        AcquireSRWLockExclusive(&largeBufferTurn);
-    // One extra byte keeps the allocation valid for an empty file.
-    auto* buffer = static_cast<unsigned char*>(malloc(size_t(length) + 1));
-    IoResult read{ERROR_NOT_ENOUGH_MEMORY, 0};
-    if (buffer) {
-        if (large)
-            TouchBuffer(buffer, length);
-        read = length > 0 ? file.Read(0, buffer, length) : IoResult{0, 0};
+    if (length >= kTouchFirstFrom) {
+        ExclusiveLock turn(largeBufferTurn);
+        ReadAndHash(file, length, digest);
+    } else {
+        ReadAndHash(file, length, digest);
     }
-    file.Close();
-    if (read.error == 0) {
-        uint8_t sha1[kSha1DigestSize];
-        Sha1Buffer(buffer, read.bytes, sha1);
-        digest.hash = BytesToHex(sha1, sizeof(sha1));
-    }
-    free(buffer);
-    if (large)
-        ReleaseSRWLockExclusive(&largeBufferTurn);
     return digest;
 }
 

@@ -3,6 +3,7 @@
 // applied to the caller's items.
 #include "share/peers.h"
 #include "runtime/clock.h"
+#include "runtime/handles.h"
 #include "runtime/io_request.h"
 #include "runtime/logger.h"
 #include "share/broadcaster.h"
@@ -15,7 +16,7 @@ constexpr uint64_t kBurstEveryMs = 200;
 // Guards the items while discovery runs: answers change peers, hashes and sizes on the
 // workers while the discovery loop reads them to build queries and to see whether it is done.
 // Once the broadcaster has stopped no answer can arrive any more, so later readers need no lock.
-SRWLOCK itemsLock = SRWLOCK_INIT;
+SrwLock itemsLock;
 
 void ReceiveAnswer(wSocketBroadcaster::UdpSocket* socket, IoRequest* request);
 
@@ -38,31 +39,28 @@ void ReceiveAnswer(wSocketBroadcaster::UdpSocket* socket, IoRequest* request)
     if (request->addressLength < static_cast<int32_t>(sizeof(sockaddr_in)) || from->sin_family != AF_INET)
         return;
     auto& discovery = *static_cast<Discovery*>(socket->owner);
-    AcquireSRWLockExclusive(&itemsLock);
+    ExclusiveLock applying(itemsLock);
     ApplyPeerAnswer(static_cast<const unsigned char*>(request->buffer), request->transferred,
                     from->sin_addr.s_addr, discovery.prefix, discovery.items);
-    ReleaseSRWLockExclusive(&itemsLock);
 }
 
 bool EveryItemHasPeer(const std::list<UpdateItem>& items)
 {
-    AcquireSRWLockShared(&itemsLock);
-    bool every = true;
+    SharedLock reading(itemsLock);
     for (const UpdateItem& item : items) {
-        if (item.peers.empty()) {
-            every = false;
-            break;
-        }
+        if (item.peers.empty())
+            return false;
     }
-    ReleaseSRWLockShared(&itemsLock);
-    return every;
+    return true;
 }
 
 void SendQueryBurst(Discovery& discovery)
 {
-    AcquireSRWLockShared(&itemsLock);
-    std::vector<std::string> queries = BuildPeerQueries(discovery.items, discovery.port);
-    ReleaseSRWLockShared(&itemsLock);
+    std::vector<std::string> queries;
+    {
+        SharedLock reading(itemsLock);
+        queries = BuildPeerQueries(discovery.items, discovery.port);
+    }
     sockaddr_in everyone = {};
     everyone.sin_family = AF_INET;
     everyone.sin_port = htons(discovery.port);

@@ -2,6 +2,7 @@
 // which the last request to come back after a close releases the socket.
 #include "share/socket.h"
 #include "runtime/fatal.h"
+#include "runtime/handles.h"
 #include "runtime/io_request.h"
 #include "runtime/iocp.h"
 #include "runtime/pool.h"
@@ -59,9 +60,8 @@ void wSocket::OnSent(IoRequest*) {}
 void wSocket::Close()
 {
     uint32_t before = outstanding.fetch_or(kClosing);
-    SOCKET open = socket.exchange(INVALID_SOCKET);
-    if (open != INVALID_SOCKET)
-        closesocket(open);
+    // Taken out once, whoever calls, and closed at once.
+    UniqueSocket(socket.exchange(INVALID_SOCKET)).Reset();
     // With nothing in flight no completion will come back to release the socket.
     if (before == 0) {
         OnClosed();

@@ -59,8 +59,8 @@ TEST(HttpRequest, ConstructionDefaults)
     EXPECT_EQ(request.status, 0u);
     EXPECT_EQ(request.responseBody, nullptr);
     EXPECT_EQ(request.responseBodyLength, 0);
-    EXPECT_EQ(request.socket, static_cast<uintptr_t>(INVALID_SOCKET));
-    EXPECT_FALSE(request.file.IsOpen());
+    EXPECT_EQ(request.Connection().Socket(), static_cast<uintptr_t>(INVALID_SOCKET));
+    EXPECT_FALSE(request.Sink().File().IsOpen());
 }
 
 TEST(HttpRequest, DestructionGivesEveryBlockBack)
@@ -191,7 +191,7 @@ TEST(HttpRequest, UnknownHostEndsWithStatusZero)
     request.Execute(L"http://missing.test/x");
     EXPECT_EQ(request.status, 0u);
     EXPECT_EQ(calls, 1);
-    EXPECT_EQ(request.target.host, L"missing.test");
+    EXPECT_EQ(request.Target().host, L"missing.test");
 }
 
 TEST(HttpResolveHost, NumericIPv4)

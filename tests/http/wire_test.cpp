@@ -85,7 +85,7 @@ TEST(HttpWire, GetSendsTheExactHeadWithoutThePortInHost)
         EXPECT_EQ(request.responseHeaders[L"x-name"], L"v");
         EXPECT_EQ(request.responseHeaders[L"content-length"], L"5");
         EXPECT_TRUE(request.method.empty());
-        EXPECT_EQ(request.socket, static_cast<uintptr_t>(INVALID_SOCKET));
+        EXPECT_EQ(request.Connection().Socket(), static_cast<uintptr_t>(INVALID_SOCKET));
     }
     const auto& requests = server.Finish();
     ASSERT_EQ(requests.size(), 1u);
@@ -192,7 +192,7 @@ TEST(HttpWire, HeadRequestInAnyCaseCompletesAfterTheHead)
     request.Execute(server.Url(L"/file"));
     EXPECT_LT(Elapsed(start), 2000);
     EXPECT_EQ(request.status, 200u);
-    EXPECT_EQ(request.headOnly, 1);
+    EXPECT_EQ(request.Sink().HeadOnly(), 1);
     EXPECT_EQ(request.responseHeaders[L"Content-Length"], L"100");
     EXPECT_EQ(request.responseBody, nullptr);
     EXPECT_EQ(request.responseBodyLength, 0);
@@ -402,8 +402,8 @@ TEST(HttpWire, IPv6OnlyHostIsReachedOverIPv6)
     request.Execute(server.Url(L"/v6", L"v6only.test"));
     EXPECT_EQ(request.status, 200u);
     EXPECT_EQ(Body(request), "six");
-    EXPECT_EQ(request.addressLength, 28);
-    EXPECT_EQ(reinterpret_cast<sockaddr*>(request.address)->sa_family, AF_INET6);
+    EXPECT_EQ(request.Connection().AddressLength(), 28);
+    EXPECT_EQ(request.Connection().Address()->sa_family, AF_INET6);
     ASSERT_EQ(server.Finish().size(), 1u);
     EXPECT_EQ(server.Finish()[0], "GET /v6 HTTP/1.1\r\nHost: v6only.test\r\nConnection: close\r\n\r\n");
 }
@@ -419,7 +419,7 @@ TEST(HttpWire, FirstAddressOfTheResolverIsUsed)
         request.Execute(server.Url(L"/", L"v6first.test"));
         EXPECT_EQ(request.status, 200u);
         EXPECT_EQ(Body(request), "v6");
-        EXPECT_EQ(request.addressLength, 28);
+        EXPECT_EQ(request.Connection().AddressLength(), 28);
     }
     {
         ScriptServer server(AF_INET);
@@ -428,7 +428,7 @@ TEST(HttpWire, FirstAddressOfTheResolverIsUsed)
         request.Execute(server.Url(L"/", L"v4first.test"));
         EXPECT_EQ(request.status, 200u);
         EXPECT_EQ(Body(request), "v4");
-        EXPECT_EQ(request.addressLength, 16);
+        EXPECT_EQ(request.Connection().AddressLength(), 16);
     }
 }
 
@@ -451,7 +451,7 @@ TEST(HttpWire, Found302IsFollowedAsGetWithTheSameAgentAndHeaders)
         EXPECT_EQ(Body(request), "final");
         EXPECT_EQ(request.responseHeaders.count(L"location"), 0u);
         EXPECT_EQ(request.url.pathAndQuery, L"/start");
-        EXPECT_EQ(request.target.pathAndQuery, L"/next?k=v");
+        EXPECT_EQ(request.Target().pathAndQuery, L"/next?k=v");
         EXPECT_EQ(request.body, nullptr);
     }
     const auto& requests = server.Finish();
@@ -601,7 +601,7 @@ TEST(HttpWire, BodyToFileIsWrittenExactly)
         EXPECT_EQ(request.status, 200u);
         EXPECT_EQ(request.responseBody, nullptr);
         EXPECT_EQ(request.responseBodyLength, static_cast<int64_t>(body.size()));
-        EXPECT_FALSE(request.file.IsOpen());
+        EXPECT_FALSE(request.Sink().File().IsOpen());
     }
     EXPECT_EQ(ReadFile(path), body);
     EXPECT_TRUE(DeleteFileW(path.c_str()));
@@ -621,7 +621,7 @@ TEST(HttpWire, BodyToFileAfterAPauseAndTheHandleIsClosed)
     request.outputPath = path;
     request.Execute(server.Url(L"/f"));
     EXPECT_EQ(request.status, 200u);
-    EXPECT_FALSE(request.file.IsOpen());
+    EXPECT_FALSE(request.Sink().File().IsOpen());
     EXPECT_EQ(ReadFile(path), body);
     EXPECT_TRUE(DeleteFileW(path.c_str()));  // closed before Execute returned
 }

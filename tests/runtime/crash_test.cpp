@@ -1,6 +1,7 @@
 // The crash reporter called directly: report lines, names, and concurrent crashes.
 #include <gtest/gtest.h>
 #include "runtime/crash.h"
+#include "runtime/handles.h"
 #include "runtime/text.h"
 
 #include <windows.h>
@@ -17,13 +18,12 @@ std::vector<std::wstring> CrashFiles()
 {
     std::vector<std::wstring> names;
     WIN32_FIND_DATAW data;
-    HANDLE find = FindFirstFileW((folder + L"\\probe.exe_*").c_str(), &data);
-    if (find == INVALID_HANDLE_VALUE)
+    UniqueFind find(FindFirstFileW((folder + L"\\probe.exe_*").c_str(), &data));
+    if (!find)
         return names;
     do
         names.push_back(data.cFileName);
-    while (FindNextFileW(find, &data));
-    FindClose(find);
+    while (FindNextFileW(find.Get(), &data));
     std::sort(names.begin(), names.end());
     return names;
 }

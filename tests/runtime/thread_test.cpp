@@ -26,7 +26,7 @@ protected:
         int done = ++loops;
         if (loopsBeforeFalse >= 0 && done >= loopsBeforeFalse)
             return false;
-        WaitForSingleObject(wakeEvent, 5);
+        WaitForSingleObject(wakeEvent.Get(), 5);
         return true;
     }
     void End() override { ++ends; }
