@@ -1,5 +1,6 @@
 // Benchmark harness: HashFile of one file, set up as the updater sets it up (pool and completion
-// port), with the time of the call and the process's peak working set printed on one line.
+// port), with the time of the call, the process's peak working set and its working set before the
+// call printed on one line.
 #include "runtime/iocp.h"
 #include "runtime/pool.h"
 #include "runtime/text.h"
@@ -17,17 +18,19 @@ int wmain(int argc, wchar_t** argv)
     }
     PoolInit();
     IocpStart();
+    PROCESS_MEMORY_COUNTERS memory{};
+    K32GetProcessMemoryInfo(GetCurrentProcess(), &memory, sizeof(memory));
+    SIZE_T before = memory.WorkingSetSize;
     LARGE_INTEGER frequency, start, end;
     QueryPerformanceFrequency(&frequency);
     QueryPerformanceCounter(&start);
     FileDigest digest = HashFile(argv[1]);
     QueryPerformanceCounter(&end);
     IocpShutdown();
-    PROCESS_MEMORY_COUNTERS memory{};
     K32GetProcessMemoryInfo(GetCurrentProcess(), &memory, sizeof(memory));
-    std::fprintf(stderr, "hash %s size %llu seconds %.6f peak %llu\n", WideToUtf8(digest.hash).c_str(),
+    std::fprintf(stderr, "hash %s size %llu seconds %.6f peak %llu before %llu\n", WideToUtf8(digest.hash).c_str(),
                 static_cast<unsigned long long>(digest.size),
                 double(end.QuadPart - start.QuadPart) / double(frequency.QuadPart),
-                static_cast<unsigned long long>(memory.PeakWorkingSetSize));
+                static_cast<unsigned long long>(memory.PeakWorkingSetSize), static_cast<unsigned long long>(before));
     return 0;
 }

@@ -10,6 +10,7 @@ alike. Peak memory is the peak resident set of the process (with the processes i
 as GNU time reports it, so for the program it is the Wine process, Wine's own share included.
 """
 import argparse
+import collections
 import datetime
 import hashlib
 import json
@@ -40,6 +41,8 @@ NETNS_WINE_PREFIX = os.path.join(BUILD, "bench-wineprefix-netns")
 PROGRAM = os.path.join(BUILD, "bin", "VeyUpdater.exe")
 HASH_BENCH = os.path.join(BUILD, "bench", "hash_bench.exe")
 MANIFEST_BENCH = os.path.join(BUILD, "bench", "manifest_bench.exe")
+# A Windows program that does nothing: what starting and ending a Wine process costs by itself.
+NOTHING = os.path.join(BUILD, "bench", "nothing.exe")
 
 
 def use_programs(folder):
@@ -55,6 +58,10 @@ MANY_COUNT = 5000
 MANY_FOLDERS = 50
 CHANGED_COUNT = 500
 BIG_MANIFEST_ENTRIES = 50000
+NOOP_SMALL_COUNT = 50
+NOOP_SMALL_TARGET_MS = 50
+UPDATE_MEMORY_TARGET_MIB = 64
+HASH_MEMORY_TARGET_MIB = 32
 DISCOVERY_ITEMS = 20
 DISCOVERY_PORT = 8090  # the share port of case 6, used only inside the benchmark's network namespaces
 DISCOVERY_TARGET_MS = 20
@@ -186,10 +193,18 @@ class Bench:
 
     # ----- set-up
 
+    def serve(self):
+        """The folder that nginx serves, with nginx started once."""
+        serve = os.path.join(self.work, "serve")
+        if not self.nginx:
+            os.makedirs(serve, exist_ok=True)
+            self.nginx = Nginx(serve)
+            self.domain = self.nginx.domain
+        return serve
+
     def prepare(self):
         print(f"data under {self.work}", flush=True)
-        serve = os.path.join(self.work, "serve")
-        os.makedirs(serve)
+        serve = self.serve()
 
         self.hash_file = os.path.join(self.work, "hash", "file256.bin")
         random_file(self.hash_file, HASH_SIZE)
@@ -243,9 +258,6 @@ class Bench:
         self.app_manifest = self.make_app("app-manifest", MANIFEST_BENCH)
         self.app_empty = self.make_app("app-empty")
 
-        self.nginx = Nginx(serve)
-        self.domain = self.nginx.domain
-
     def make_app(self, name, program=None):
         folder = os.path.join(self.work, name)
         os.makedirs(folder, exist_ok=True)
@@ -285,6 +297,7 @@ class Bench:
         subprocess.run(["cat", self.hash_file], stdout=subprocess.DEVNULL, check=True)
         expected = sha1_of(self.hash_file)
         in_process = []
+        hash_memory = []
 
         def program():
             seconds, peak, text = timed([WINE_RUN, HASH_BENCH, windows_path(self.hash_file)], env=self.env)
@@ -292,6 +305,9 @@ class Bench:
             if fields[1] != expected:
                 raise RuntimeError(f"HashFile gave {fields[1]}, expected {expected}")
             in_process.append(float(fields[5]))
+            values = dict(zip(fields[0::2], fields[1::2]))
+            if "before" in values:  # older harnesses print no working set before the call
+                hash_memory.append((int(values["peak"]) - int(values["before"])) / MIB)
             return seconds, peak, None
 
         mine, openssl = self.alternate(program, lambda: timed(["openssl", "sha1", self.hash_file]))
@@ -301,6 +317,14 @@ class Bench:
                      extra=[("sha1sum", sha1sum)])
         self.notes.append(f"Hashing: HashFile itself took {in_process_median:.3f} s in-process (median); the rest "
                           "of the program's time is starting and ending the Wine process.")
+        if hash_memory:
+            held = max(hash_memory[1:] or hash_memory)
+            self.rows.append({
+                "case": "1a. HashFile's memory, 256 MiB file (peak working set minus the working set before the call)",
+                "program": f"{held:.1f} MiB", "reference": "—", "ratio": "—",
+                "target": f"≤ {HASH_MEMORY_TARGET_MIB} MiB", "met": "yes" if held <= HASH_MEMORY_TARGET_MIB else "no",
+                "memory": f"{held:.1f} MiB",
+            })
 
     def case_large(self):
         target = os.path.join(self.app_large, "large.bin")
@@ -326,7 +350,7 @@ class Bench:
 
         mine, theirs = self.alternate(lambda: self.run_program(self.app_large, "/one/manifest.json", "out-large.txt"),
                                       lambda: timed(["bash", "-c", script]), check_program, check_reference, before)
-        self.add_row("2. One 200 MiB file: download, verify, move", mine, theirs, "curl + openssl sha1 + mv", 1.1)
+        self.add_row("2. One 200 MiB file: download, verify, move", mine, theirs, "curl + openssl sha1 + mv", 1.5)
 
     def case_noop(self):
         def check_program(messages):
@@ -337,7 +361,7 @@ class Bench:
             lambda: self.run_program(self.app_current, "/many/manifest.json", "out-noop.txt"),
             lambda: timed(["sha1sum", *self.many_names], cwd=self.app_current), check_program)
         self.add_row(f"3. No-op over {MANY_COUNT:,} files ({self.many_bytes / 1e6:.0f} MB)", mine, theirs,
-                     "sha1sum", 0.8)
+                     "sha1sum", 1.0)
 
     def case_changed(self):
         config = os.path.join(self.work, "curl-changed.txt")
@@ -366,7 +390,7 @@ class Bench:
             lambda: self.run_program(self.app_changed, "/many/manifest.json", "out-changed.txt"),
             lambda: timed(["bash", "-c", script], cwd=self.app_changed), check_program, None, before)
         self.add_row(f"4. {MANY_COUNT:,} files, {CHANGED_COUNT} changed ({self.changed_bytes / 1e6:.0f} MB)", mine,
-                     theirs, "curl (one process, 500 URLs) + sha1sum", 1.0)
+                     theirs, "curl (one process, 500 URLs) + sha1sum", 1.5)
 
     def case_manifest(self):
         url = f"http://{self.domain}/big/manifest.json"
@@ -485,6 +509,127 @@ class Bench:
                           f"_update directory.\") {statistics.median(to_end):.1f} ms "
                           f"({min(to_end):.1f}–{max(to_end):.1f}); whole process {whole.text()}.")
 
+    def nothing_series(self):
+        """The do-nothing program under Wine, as one side of a case."""
+        return lambda: timed([WINE_RUN, NOTHING], env=self.env)
+
+    def small_app(self, name, count):
+        """An installation of `count` current files of 50,000 to 150,000 bytes and its manifest,
+        served at /NAME/manifest.json."""
+        serve = self.serve()
+        app = self.make_app(name)
+        entries = []
+        for i in range(count):
+            file_name = f"d{i % 5}/file{i:03d}.bin"
+            path = os.path.join(serve, name, "files", file_name)
+            random_file(path, self.rng.randint(50000, 150000))
+            os.makedirs(os.path.dirname(os.path.join(app, file_name)), exist_ok=True)
+            os.link(path, os.path.join(app, file_name))
+            entries.append({"n": file_name, "h": sha1_of(path), "s": os.path.getsize(path)})
+        os.makedirs(os.path.join(serve, name), exist_ok=True)
+        write_manifest(os.path.join(serve, name, "manifest.json"), entries, f"/{name}/files")
+        return app
+
+    def case_noop_small(self):
+        """A launcher's usual start: the no-op over 50 files beside a program that does nothing."""
+        app = self.small_app("small", NOOP_SMALL_COUNT)
+
+        def check_program(messages):
+            if "Nothing to update!" not in messages:
+                raise RuntimeError("the no-op run found something to do:\n" + "\n".join(messages[-5:]))
+
+        mine, theirs = self.alternate(lambda: self.run_program(app, "/small/manifest.json", "out-small.txt"),
+                                      self.nothing_series(), check_program)
+        above = (mine.median - theirs.median) * 1000
+        self.rows.append({
+            "case": f"7. No-op over {NOOP_SMALL_COUNT} files (a launcher's start)", "program": mine.text(),
+            "reference": f"nothing.exe under Wine: {theirs.text()}", "ratio": f"+{above:.0f} ms",
+            "target": f"≤ +{NOOP_SMALL_TARGET_MS} ms", "met": "yes" if above <= NOOP_SMALL_TARGET_MS else "no",
+            "memory": f"{mine.peak_text()} (nothing.exe {theirs.peak_text()})",
+        })
+
+    def large_update_app(self):
+        """An installation that lacks the 256 MiB file of case 1, served at /upd/manifest.json."""
+        serve = self.serve()
+        if not getattr(self, "hash_file", None):
+            self.hash_file = os.path.join(self.work, "hash", "file256.bin")
+            random_file(self.hash_file, HASH_SIZE)
+        served = os.path.join(serve, "upd", "files", "file256.bin")
+        os.makedirs(os.path.dirname(served), exist_ok=True)
+        if not os.path.exists(served):
+            os.link(self.hash_file, served)
+        write_manifest(os.path.join(serve, "upd", "manifest.json"),
+                       [{"n": "file256.bin", "h": sha1_of(served), "s": HASH_SIZE}], "/upd/files")
+        return self.make_app("app-upd")
+
+    def case_update_memory(self):
+        """Peak memory of a whole run that downloads, verifies and moves one 256 MiB file."""
+        app = self.large_update_app()
+        target = os.path.join(app, "file256.bin")
+
+        def before(is_program):
+            if is_program and os.path.exists(target):
+                os.unlink(target)
+
+        def check_program(messages):
+            if "Replaced " + windows_path(target) not in messages or os.path.getsize(target) != HASH_SIZE:
+                raise RuntimeError("the 256 MiB file was not replaced:\n" + "\n".join(messages[-5:]))
+
+        mine, theirs = self.alternate(lambda: self.run_program(app, "/upd/manifest.json", "out-upd.txt"),
+                                      self.nothing_series(), check_program, None, before)
+        above = (max(mine.peaks) - max(theirs.peaks)) / 1024
+        self.rows.append({
+            "case": "8. Peak memory of a run that updates one 256 MiB file", "program": mine.text(),
+            "reference": f"nothing.exe under Wine: {theirs.text()}", "ratio": f"+{above:.0f} MiB",
+            "target": f"≤ +{UPDATE_MEMORY_TARGET_MIB} MiB", "met": "yes" if above <= UPDATE_MEMORY_TARGET_MIB else "no",
+            "memory": f"{mine.peak_text()} (nothing.exe {theirs.peak_text()})",
+        })
+
+    def case_requests(self):
+        """Calls into the system, counted as Wine server requests (WINEDEBUG=+server): per no-op
+        file (a run over 50 files less a run over none) and per downloaded MiB (a run that
+        downloads the 256 MiB file less a run that finds it current)."""
+        small = os.path.join(self.work, "small")
+        app_small = small if os.path.isdir(small) else self.small_app("small", NOOP_SMALL_COUNT)
+        app_none = self.make_app("app-none")
+        write_manifest(os.path.join(self.serve(), "none.json"), [], "/none")
+        app_upd = self.large_update_app()
+        target = os.path.join(app_upd, "file256.bin")
+        counter = RequestCounter(self.work)
+        try:
+            nothing = counter.count([NOTHING])
+            none = counter.count([os.path.join(app_none, "VeyUpdater.exe"), argument(self.domain, "/none.json")])
+            self.reset_app(app_small)
+            small_run = counter.count([os.path.join(app_small, "VeyUpdater.exe"),
+                                       argument(self.domain, "/small/manifest.json")])
+            if os.path.exists(target):
+                os.unlink(target)
+            self.reset_app(app_upd)
+            download = counter.count([os.path.join(app_upd, "VeyUpdater.exe"), argument(self.domain, "/upd/manifest.json")])
+            if os.path.getsize(target) != HASH_SIZE:
+                raise RuntimeError("the traced run did not place the 256 MiB file")
+            self.reset_app(app_upd)
+            current = counter.count([os.path.join(app_upd, "VeyUpdater.exe"), argument(self.domain, "/upd/manifest.json")])
+            for app in (app_none, app_small, app_upd):
+                if "Nothing to update!" not in log_messages(app):
+                    raise RuntimeError(f"the traced no-op run in {app} found something to do")
+        finally:
+            counter.close()
+        per_file = (sum(small_run.values()) - sum(none.values())) / NOOP_SMALL_COUNT
+        per_mib = (sum(download.values()) - sum(current.values())) / (HASH_SIZE / MIB)
+        top = ", ".join(f"{name} {count / NOOP_SMALL_COUNT:.1f}" for name, count in
+                        (small_run - none).most_common(4))
+        self.rows.append({
+            "case": "9. Requests into the system (Wine server requests, WINEDEBUG=+server)",
+            "program": f"{per_file:.1f} per no-op file; {per_mib:.1f} per downloaded MiB",
+            "reference": f"nothing.exe: {sum(nothing.values())} in all", "ratio": "—", "target": "fewer", "met": "—",
+            "memory": "—",
+        })
+        self.notes.append(f"Requests: a no-op run over {NOOP_SMALL_COUNT} files made {sum(small_run.values())} "
+                          f"requests, over an empty list {sum(none.values())} (nothing.exe {sum(nothing.values())}); "
+                          f"per file: {top}. The run that downloads the 256 MiB file made {sum(download.values())}, "
+                          f"the one that finds it current {sum(current.values())}.")
+
     def add_row(self, case, mine, theirs, reference_name, target, extra=()):
         ratio = mine.median / theirs.median
         self.rows.append({
@@ -537,6 +682,57 @@ class Bench:
             shutil.rmtree(self.work, ignore_errors=True)
 
 
+class RequestCounter:
+    """Runs programs under Wine with the suite's prefix served by a wineserver whose trace goes to
+    a file, and counts the requests that each program's own threads made (their replies, which
+    the trace prints once per request). Restores the quiet prewarmed server when closed."""
+
+    REPLY = re.compile(r"^([0-9a-f]{4,8}): (\w+)\(\) = ")
+
+    def __init__(self, work):
+        self.trace = os.path.join(work, "wineserver-trace.txt")
+        self.env = dict(os.environ, WINEPREFIX=WINE_PREFIX, WINEDLLOVERRIDES="winedbg.exe=d")
+        self.restart(self.trace)
+
+    def restart(self, trace):
+        server = "/usr/lib/wine/wineserver"
+        subprocess.run([server, "-k"], env=self.env, stderr=subprocess.DEVNULL)
+        subprocess.run([server, "-w"], env=self.env, stderr=subprocess.DEVNULL)
+        with open(trace or os.devnull, "w") as out:
+            subprocess.run([server, "-p"], env=self.env, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                           stderr=out)
+        subprocess.run(["/usr/lib/wine/wine64", "wineboot"], env=dict(self.env, WINEDEBUG="-all"),
+                       stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+
+    def count(self, command):
+        """{request name: count} of one run. The client's standard error must be a real file or
+        pipe: with it on /dev/null Wine does not ask the server to trace."""
+        start = os.path.getsize(self.trace)
+        done = subprocess.run(["/usr/lib/wine/wine64", *command], env=dict(self.env, WINEDEBUG="+server"),
+                              stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+        if done.returncode != 0:
+            raise RuntimeError(f"{command[:1]} exited with {done.returncode}")
+        # The process's own threads: the one that starts it and those its threads create.
+        threads, counts = set(), collections.Counter()
+        with open(self.trace, errors="replace") as f:
+            f.seek(start)
+            for line in f:
+                match = self.REPLY.match(line)
+                if not match:
+                    continue
+                thread, name = match.groups()
+                if name == "init_first_thread" and not threads:
+                    threads.add(thread)
+                if thread in threads:
+                    counts[name] += 1
+                    if name == "new_thread":
+                        threads.add(re.search(r"tid=(\w+)", line).group(1))
+        return counts
+
+    def close(self):
+        self.restart(None)
+
+
 GENERATED_END = "<!-- The part above is written by bench/run.sh; the part below is kept as it is. -->"
 
 METHOD = """\
@@ -577,6 +773,18 @@ How it measures:
   10.78.1.2 on a bridge, and one peer at 10.78.1.3 that answers for all 20 changed items in one
   datagram and serves them. Its time is the sum of the log's elapsed fields (µs) from "Finding
   peers in local network..." to the first "HTTP Getting..." of the peer. It needs root.
+- Row 1a is HashFile's own memory in case 1: hash_bench.exe's peak working set minus its working
+  set just before the call (K32GetProcessMemoryInfo).
+- Cases 7 and 8 set the real VeyUpdater.exe beside `nothing.exe` (built in `bench/`, a Windows
+  program that returns at once), run under Wine in the same rounds: case 7 is a no-op run over
+  50 current files of 50 to 150 KB (the time above nothing.exe's), case 8 a run that downloads,
+  verifies and moves one 256 MiB file (the peak memory above nothing.exe's).
+- Case 9 counts calls into the system as Wine server requests: the suite restarts its wineserver
+  with its trace going to a file, runs each program with WINEDEBUG=+server and counts the replies
+  to the requests of that program's own threads. Per no-op file: a run over case 7's 50 files less
+  a run over an empty file list. Per downloaded MiB: a run that downloads case 8's 256 MiB file
+  less a run that finds it current (both hash it once). Unlike the times, these figures do not
+  depend on how loaded the machine is.
 """
 
 
@@ -599,7 +807,7 @@ def main():
     parser.add_argument("--runs", type=int, default=5, help="measured runs per case (default 5)")
     parser.add_argument("--temp", default=None, help="folder for the temporary data (default: the system's)")
     parser.add_argument("--keep", action="store_true", help="keep the data folder")
-    parser.add_argument("--cases", default="123456", help="which cases to run, e.g. 13 (default all)")
+    parser.add_argument("--cases", default="123456789", help="which cases to run, e.g. 13 (default all)")
     parser.add_argument("--no-doc", action="store_true", help="do not rewrite docs/benchmarks.md")
     parser.add_argument("--programs", help="measure the VeyUpdater.exe, hash_bench.exe and manifest_bench.exe "
                                            "of this folder instead of this build's (implies --no-doc)")
@@ -614,7 +822,8 @@ def main():
         if set(options.cases) & set("12345"):
             bench.prepare()
         cases = {"1": bench.case_hashing, "2": bench.case_large, "3": bench.case_noop, "4": bench.case_changed,
-                 "5": bench.case_manifest, "6": bench.case_discovery}
+                 "5": bench.case_manifest, "6": bench.case_discovery, "7": bench.case_noop_small,
+                 "8": bench.case_update_memory, "9": bench.case_requests}
         for key in options.cases:
             print(f"case {key} ...", flush=True)
             cases[key]()

@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
 # The benchmark suite: installs what is missing (Debian 12, as root), builds the program and the
 # benchmark harnesses, then runs bench/run.py, which prints the table and rewrites
-# docs/benchmarks.md. Options are passed on to bench/run.py (--runs N, --cases 135, --keep).
+# docs/benchmarks.md. Options are passed on to bench/run.py (--runs N, --cases 135, --keep, --programs DIR).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 bash tools/install-packages.sh cmake make g++-mingw-w64-x86-64-posix wine64 googletest python3 nginx-light \
     iproute2 curl openssl coreutils time
 cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build build -j2 --target VeyUpdater hash_bench manifest_bench
+cmake --build build -j2 --target VeyUpdater hash_bench manifest_bench nothing
 python3 bench/run.py "$@"

@@ -6,12 +6,14 @@
 
 static_assert(sizeof(CRITICAL_SECTION) <= 40 && alignof(CRITICAL_SECTION) <= 8, "CriticalSection storage too small");
 static_assert(sizeof(SRWLOCK) == sizeof(void*), "SrwLock storage differs from SRWLOCK");
+static_assert(sizeof(CONDITION_VARIABLE) == sizeof(void*), "ConditionVariable storage differs from CONDITION_VARIABLE");
 static_assert(SocketKind::kNone == INVALID_SOCKET, "SocketKind's none differs from INVALID_SOCKET");
 
 namespace {
 
 CRITICAL_SECTION* Native(unsigned char* storage) { return reinterpret_cast<CRITICAL_SECTION*>(storage); }
 SRWLOCK* Native(void** storage) { return reinterpret_cast<SRWLOCK*>(storage); }
+CONDITION_VARIABLE* NativeCondition(void** storage) { return reinterpret_cast<CONDITION_VARIABLE*>(storage); }
 
 }  // namespace
 
@@ -62,3 +64,10 @@ SrwLockGuard<kShared>::~SrwLockGuard()
 
 template class SrwLockGuard<false>;
 template class SrwLockGuard<true>;
+
+void ConditionVariable::Wait(SrwLock& lock)
+{
+    SleepConditionVariableSRW(NativeCondition(&storage), Native(&lock.storage), INFINITE, 0);
+}
+
+void ConditionVariable::WakeAll() { WakeAllConditionVariable(NativeCondition(&storage)); }

@@ -116,6 +116,7 @@ public:
 private:
     template <bool kShared>
     friend class SrwLockGuard;
+    friend class ConditionVariable;
     void* storage = nullptr;  // an SRWLOCK; all zero is its initial state
 };
 
@@ -134,3 +135,19 @@ private:
 
 using ExclusiveLock = SrwLockGuard<false>;
 using SharedLock = SrwLockGuard<true>;
+
+// A condition variable over an SRW lock, for threads that hand work to each other: a waiter
+// sleeps in the process, without calls into the system while the other side is quick.
+class ConditionVariable {
+public:
+    constexpr ConditionVariable() = default;
+    ConditionVariable(const ConditionVariable&) = delete;
+    ConditionVariable& operator=(const ConditionVariable&) = delete;
+
+    // Releases `lock`, which the caller holds exclusively, until woken, and takes it again.
+    void Wait(SrwLock& lock);
+    void WakeAll();
+
+private:
+    void* storage = nullptr;  // a CONDITION_VARIABLE; all zero is its initial state
+};

@@ -1,6 +1,6 @@
-// HashFile: the whole file in one read through the completion port, then SHA-1.
+// HashFile: a small file in one synchronous read, a larger one in bounded pieces that a
+// completion-port worker reads while this thread hashes the piece before.
 #include "share/digest.h"
-#include "runtime/file.h"
 #include "runtime/handles.h"
 #include "runtime/iocp.h"
 #include "runtime/io_request.h"
@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <new>
 #include <system_error>
 #include <thread>
 
@@ -18,75 +19,151 @@ const wchar_t kNoDigest[] = L"________________________________________";
 
 namespace {
 
-// The pages of a fresh buffer are mapped by the first write to each of them. Mapped one fault at a
-// time inside the read they cost about twice as much as a write from here (measured under Wine:
-// 256 MiB read in 0.19 s into a fresh buffer, 0.04 s into a touched one; touching it takes 0.08 s
-// on one thread), so a large buffer is touched before the read, the upper half on a completion-port
-// worker while this thread touches the lower half.
-constexpr uint32_t kTouchFirstFrom = 8u << 20;
+// Files up to one piece are read in one call on the calling thread: a handle that is not bound to
+// the completion port costs three calls into the system per file (open, the read's first use of
+// the handle, close), where a read completed through the port cost ten under Wine.
+// Larger files go through kPieceCount buffers of kPieceSize bytes, so HashFile never holds more
+// than kPieceCount * kPieceSize bytes whatever the file's size.
+constexpr uint32_t kPieceSize = kHashPieceSize;
+constexpr unsigned kPieceCount = 2;
 
-// Held while a buffer of kTouchFirstFrom bytes or more exists, so that files hashed on several
-// threads at once never hold more than one large file in memory together.
-SrwLock largeBufferTurn;
+// Reads `length` bytes from the file's current position; false when the file ends first or the
+// read fails.
+bool ReadFully(HANDLE file, unsigned char* buffer, uint32_t length)
+{
+    while (length > 0) {
+        DWORD got = 0;
+        if (!ReadFile(file, buffer, length, &got, nullptr) || got == 0)
+            return false;
+        buffer += got;
+        length -= got;
+    }
+    return true;
+}
 
-struct TouchRange {
-    unsigned char* begin;
-    unsigned char* end;
-    UniqueHandle done;
+// A file read piece by piece on a worker into a ring of buffers, hashed on the caller's thread.
+// The two threads meet on a condition variable, which waits in the process without calls into
+// the system while the other side is quick.
+struct PieceRing {
+    HANDLE file;
+    uint64_t length;
+    unsigned char* buffers[kPieceCount];
+    SrwLock lock;
+    ConditionVariable changed;
+    uint64_t read = 0;    // pieces in the buffers so far
+    uint64_t hashed = 0;  // pieces hashed so far; their buffers are free again
+    bool failed = false;  // a read failed or the file ended early
+    bool done = false;    // the worker has stopped reading the file
+    // Both threads hold the ring; the last one to let go frees it and the buffers, so neither
+    // touches memory that the other has freed.
+    std::atomic<int> holders{2};
+
+    uint64_t Pieces() const { return (length + kPieceSize - 1) / kPieceSize; }
+    uint32_t PieceLength(uint64_t piece) const
+    {
+        return static_cast<uint32_t>(std::min<uint64_t>(kPieceSize, length - piece * kPieceSize));
+    }
+    void Release()
+    {
+        if (--holders == 0) {
+            free(buffers[0]);
+            delete this;
+        }
+    }
 };
 
-void Touch(unsigned char* begin, unsigned char* end)
+void ReadPieces(IoRequest* request)
 {
-    static const DWORD pageSize = [] {
-        SYSTEM_INFO info;
-        GetSystemInfo(&info);
-        return info.dwPageSize;
-    }();
-    for (volatile unsigned char* page = begin; page < end; page += pageSize)
-        *page = 0;
-}
-
-void TouchOnWorker(IoRequest* request)
-{
-    auto* range = static_cast<TouchRange*>(request->context);
-    Touch(range->begin, range->end);
-    SetEvent(range->done.Get());
-}
-
-void TouchBuffer(unsigned char* buffer, uint32_t length)
-{
-    TouchRange upper{buffer + length / 2, buffer + length, UniqueHandle(CreateEventW(nullptr, TRUE, FALSE, nullptr))};
-    if (!upper.done) {
-        Touch(buffer, buffer + length);
-        return;
+    auto* ring = static_cast<PieceRing*>(request->context);
+    uint64_t pieces = ring->Pieces();
+    for (uint64_t piece = 0; piece < pieces; ++piece) {
+        {
+            ExclusiveLock held(ring->lock);
+            while (piece - ring->hashed >= kPieceCount)
+                ring->changed.Wait(ring->lock);
+        }
+        bool ok = ReadFully(ring->file, ring->buffers[piece % kPieceCount], ring->PieceLength(piece));
+        {
+            ExclusiveLock held(ring->lock);
+            if (ok)
+                ring->read = piece + 1;
+            else
+                ring->failed = true;
+        }
+        ring->changed.WakeAll();
+        if (!ok)
+            break;
     }
+    {
+        ExclusiveLock held(ring->lock);
+        ring->done = true;
+    }
+    ring->changed.WakeAll();
+    ring->Release();
+}
+
+// Hashes the file's `length` bytes with the reads of the next piece running beside the hashing
+// of the current one; false when a read failed or the file ended before `length` bytes.
+bool HashPieces(HANDLE file, uint64_t length, Sha1Context& sha1)
+{
+    auto* memory = static_cast<unsigned char*>(malloc(size_t(kPieceSize) * kPieceCount));
+    if (!memory)
+        return false;
+    auto* ring = new (std::nothrow) PieceRing;
+    if (!ring) {
+        free(memory);
+        return false;
+    }
+    ring->file = file;
+    ring->length = length;
+    for (unsigned i = 0; i < kPieceCount; ++i)
+        ring->buffers[i] = memory + size_t(kPieceSize) * i;
+
     IoRequest* request = NewIoRequest();
     request->refCount = 1;
-    request->context = &upper;
-    request->callback = TouchOnWorker;
+    request->context = ring;
+    request->callback = ReadPieces;
     IocpPost(CompleteIoRequest, &request->overlapped, 0);
-    Touch(buffer, upper.begin);
-    WaitForSingleObject(upper.done.Get(), INFINITE);
+
+    uint64_t pieces = ring->Pieces();
+    for (uint64_t piece = 0; piece < pieces; ++piece) {
+        {
+            ExclusiveLock held(ring->lock);
+            while (ring->read <= piece && !ring->failed)
+                ring->changed.Wait(ring->lock);
+            if (ring->read <= piece)
+                break;
+        }
+        Sha1Update(sha1, ring->buffers[piece % kPieceCount], ring->PieceLength(piece));
+        {
+            ExclusiveLock held(ring->lock);
+            ring->hashed = piece + 1;
+        }
+        ring->changed.WakeAll();
+    }
+    // The caller closes the handle once the worker has stopped reading it.
+    bool complete;
+    {
+        ExclusiveLock held(ring->lock);
+        while (!ring->done)
+            ring->changed.Wait(ring->lock);
+        complete = !ring->failed;
+    }
+    ring->Release();
+    return complete;
 }
 
-// Reads the whole open file of `length` bytes into one buffer, closes it and hashes the bytes.
-void ReadAndHash(wFile& file, uint32_t length, FileDigest& digest)
+bool HashWhole(HANDLE file, uint32_t length, Sha1Context& sha1)
 {
     // One extra byte keeps the allocation valid for an empty file.
     auto* buffer = static_cast<unsigned char*>(malloc(size_t(length) + 1));
-    IoResult read{ERROR_NOT_ENOUGH_MEMORY, 0};
-    if (buffer) {
-        if (length >= kTouchFirstFrom)
-            TouchBuffer(buffer, length);
-        read = length > 0 ? file.Read(0, buffer, length) : IoResult{0, 0};
-    }
-    file.Close();
-    if (read.error == 0) {
-        uint8_t sha1[kSha1DigestSize];
-        Sha1Buffer(buffer, read.bytes, sha1);
-        digest.hash = BytesToHex(sha1, sizeof(sha1));
-    }
+    if (!buffer)
+        return false;
+    bool ok = ReadFully(file, buffer, length);
+    if (ok)
+        Sha1Update(sha1, buffer, length);
     free(buffer);
+    return ok;
 }
 
 }  // namespace
@@ -103,18 +180,21 @@ FileDigest HashFile(const std::wstring& path)
     if (digest.size > kMaxHashedSize)
         return digest;
 
-    wFile file;
-    if (file.Open(path, true, false, true, OPEN_EXISTING) != 0)
+    UniqueHandle file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                  nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+    if (!file)
         return digest;
-    LARGE_INTEGER size;
-    if (!GetFileSizeEx(file.Handle(), &size) || size.QuadPart < 0 || uint64_t(size.QuadPart) > kMaxHashedSize)
-        return digest;
-    uint32_t length = static_cast<uint32_t>(size.QuadPart);
-    if (length >= kTouchFirstFrom) {
-        ExclusiveLock turn(largeBufferTurn);
-        ReadAndHash(file, length, digest);
-    } else {
-        ReadAndHash(file, length, digest);
+    // The digest covers the `size` bytes that the attributes reported. A file that shrinks before
+    // they are read gives the underscores; one that grows has its first `size` bytes hashed.
+    Sha1Context sha1;
+    Sha1Init(sha1);
+    bool ok = digest.size <= kPieceSize ? HashWhole(file.Get(), static_cast<uint32_t>(digest.size), sha1)
+                                        : HashPieces(file.Get(), digest.size, sha1);
+    file.Reset();
+    if (ok) {
+        uint8_t bytes[kSha1DigestSize];
+        Sha1Final(sha1, bytes);
+        digest.hash = BytesToHex(bytes, sizeof(bytes));
     }
     return digest;
 }

@@ -15,8 +15,13 @@ struct FileDigest {
 // Files above this size are never hashed.
 constexpr uint64_t kMaxHashedSize = 0x10000000;
 
-// Reads the whole file in one piece and hashes it. Never fails: what cannot be read gives the
-// underscore text (with the real size when only the size is known).
+// Files up to this size are read in one piece; larger ones in pieces of this size, read on a
+// completion-port worker while the piece before is hashed.
+constexpr uint32_t kHashPieceSize = 4u << 20;
+
+// The SHA-1 of the file's first `size` bytes, `size` being what its attributes report. Never
+// fails: what cannot be read gives the underscore text (with the real size when only the size is
+// known), and so does a file that ends before `size` bytes have been read.
 FileDigest HashFile(const std::wstring& path);
 // HashFile of every path, on `threads` threads at once (the caller's among them); the digests
 // in the order of the paths.

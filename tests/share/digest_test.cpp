@@ -6,8 +6,42 @@
 #include "share/sha1.h"
 
 #include <windows.h>
+#include <algorithm>
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
 
 namespace {
+
+// Bytes that differ from piece to piece and inside each, so that a piece read twice or skipped
+// changes the digest.
+std::string Pattern(size_t size, uint32_t seed)
+{
+    std::string data(size, '\0');
+    uint32_t x = seed * 2654435761u + 1;
+    for (size_t i = 0; i < size; ++i) {
+        x ^= x << 13;
+        x ^= x >> 17;
+        x ^= x << 5;
+        data[i] = static_cast<char>(x >> 24);
+    }
+    return data;
+}
+
+std::wstring Sha1Hex(const char* data, size_t size)
+{
+    uint8_t digest[kSha1DigestSize];
+    Sha1Buffer(data, size, digest);
+    return BytesToHex(digest, sizeof(digest));
+}
+
+bool IsHexDigest(const std::wstring& text)
+{
+    return text.size() == 40 && text.find_first_not_of(L"0123456789ABCDEF") == std::wstring::npos;
+}
+
+const std::wstring kUnderscores(40, L'_');
 
 class DigestTest : public testing::Test {
 protected:
@@ -83,7 +117,7 @@ TEST_F(DigestTest, LargestHashedSizeAndOneByteMore)
     DeleteFileW((base + L"\\big.bin").c_str());
 }
 
-// Files from 8 MiB on are read into a buffer touched first on two threads; the digest is the same.
+// A file of several pieces, read on a worker while the hashing runs: the digest is the same.
 TEST_F(DigestTest, LargeFileReadIntoATouchedBuffer)
 {
     std::string data(9u << 20, '\0');
@@ -131,4 +165,186 @@ TEST_F(DigestTest, HashFilesKeepsPathOrderAndResults)
         if (path != base)
             DeleteFileW(path.c_str());
     }
+}
+
+// Sizes around the piece boundaries: one read for up to a piece, pieces on a worker above.
+TEST_F(DigestTest, SizesAroundPieceBoundaries)
+{
+    const size_t piece = kHashPieceSize;
+    const std::string data = Pattern(5 * piece + 4099, 7);
+    for (size_t size : {size_t(0), size_t(1), size_t(63), size_t(64), size_t(65), piece - 1, piece, piece + 1,
+                        2 * piece - 1, 2 * piece, 2 * piece + 1, 3 * piece + 17, 5 * piece + 4099}) {
+        std::wstring path = Make(L"boundary.bin", data.substr(0, size));
+        FileDigest digest = HashFile(path);
+        EXPECT_EQ(digest.hash, Sha1Hex(data.data(), size)) << size;
+        EXPECT_EQ(digest.size, size) << size;
+    }
+    DeleteFileW((base + L"\\boundary.bin").c_str());
+}
+
+// A file that another handle holds open for writing (sharing read and write) is hashed as it is
+// on disk, in one read and in pieces.
+TEST_F(DigestTest, FileOpenForWritingElsewhereIsHashed)
+{
+    for (size_t size : {size_t(1000), size_t(kHashPieceSize) * 2 + 5}) {
+        const std::string data = Pattern(size, 11);
+        std::wstring path = Make(L"shared.bin", data);
+        HANDLE writer = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                    nullptr, OPEN_EXISTING, 0, nullptr);
+        ASSERT_NE(writer, INVALID_HANDLE_VALUE);
+        FileDigest digest = HashFile(path);
+        EXPECT_EQ(digest.hash, Sha1Hex(data.data(), data.size())) << size;
+        EXPECT_EQ(digest.size, size);
+        CloseHandle(writer);
+    }
+    DeleteFileW((base + L"\\shared.bin").c_str());
+}
+
+// A file that cannot be opened (held by a handle that shares nothing) gives the underscores with
+// the size its attributes report, whatever its size.
+TEST_F(DigestTest, FileThatCannotBeOpenedGivesUnderscoresWithItsSize)
+{
+    for (size_t size : {size_t(0), size_t(1000), size_t(kHashPieceSize) + 1}) {
+        std::wstring path = Make(L"locked.bin", Pattern(size, 3));
+        HANDLE holder = CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+        ASSERT_NE(holder, INVALID_HANDLE_VALUE);
+        FileDigest digest = HashFile(path);
+        EXPECT_EQ(digest.hash, kUnderscores) << size;
+        EXPECT_EQ(digest.size, size);
+        CloseHandle(holder);
+        EXPECT_EQ(HashFile(path).hash, Sha1Hex(Pattern(size, 3).data(), size)) << size;
+    }
+    DeleteFileW((base + L"\\locked.bin").c_str());
+}
+
+namespace {
+
+// Hashes `path` `rounds` times while `change` runs again and again on another thread; the
+// digests in the order they were made.
+template <typename Change>
+std::vector<FileDigest> HashWhileChanging(const std::wstring& path, int rounds, Change change)
+{
+    std::atomic<bool> stop{false};
+    std::atomic<int> changes{0};
+    std::thread writer([&] {
+        HANDLE file = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE,
+                                  FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+                                  0, nullptr);
+        for (int i = 0; !stop; ++i) {
+            change(file, i);
+            ++changes;
+        }
+        CloseHandle(file);
+    });
+    // The hashing starts once the file has begun to change.
+    while (changes == 0)
+        SwitchToThread();
+    std::vector<FileDigest> digests;
+    for (int i = 0; i < rounds; ++i)
+        digests.push_back(HashFile(path));
+    stop = true;
+    writer.join();
+    return digests;
+}
+
+void WriteAt(HANDLE file, uint64_t position, const char* data, size_t size)
+{
+    LARGE_INTEGER at;
+    at.QuadPart = static_cast<LONGLONG>(position);
+    SetFilePointerEx(file, at, nullptr, FILE_BEGIN);
+    DWORD written;
+    WriteFile(file, data, static_cast<DWORD>(size), &written, nullptr);
+}
+
+void CutTo(HANDLE file, uint64_t size)
+{
+    LARGE_INTEGER at;
+    at.QuadPart = static_cast<LONGLONG>(size);
+    SetFilePointerEx(file, at, nullptr, FILE_BEGIN);
+    SetEndOfFile(file);
+}
+
+}  // namespace
+
+// A file that only grows while it is hashed (appends of the same bytes): every digest is either
+// that of exactly the first `size` bytes, `size` being the size it reports, or the underscores.
+// Never a digest of anything else.
+TEST_F(DigestTest, FileThatGrowsWhileHashed)
+{
+    const size_t piece = kHashPieceSize;
+    const std::string data = Pattern(3 * piece + 777, 5);
+    const size_t step = 65536 + 13;
+    std::wstring path = Make(L"growing.bin", data.substr(0, piece / 2));
+    size_t current = piece / 2;
+    std::vector<FileDigest> digests = HashWhileChanging(path, 12, [&](HANDLE file, int) {
+        size_t next = std::min(current + step, data.size());
+        if (next == current) {
+            SwitchToThread();
+            return;
+        }
+        WriteAt(file, current, data.data() + current, next - current);
+        current = next;
+    });
+    for (const FileDigest& digest : digests) {
+        ASSERT_LE(digest.size, data.size());
+        if (digest.hash != kUnderscores) {
+            EXPECT_EQ(digest.hash, Sha1Hex(data.data(), static_cast<size_t>(digest.size))) << digest.size;
+        }
+    }
+    FileDigest settled = HashFile(path);
+    EXPECT_EQ(settled.hash, Sha1Hex(data.data(), current));
+    EXPECT_EQ(settled.size, current);
+    DeleteFileW(path.c_str());
+}
+
+// A file cut short and grown again while it is hashed: a read that meets the cut gives the
+// underscores, and a read beside a cut may even see bytes that the cut cleared, so each result
+// is only checked for its form and its bound (a size caught in the middle of a long write is
+// any size); the call always returns. Once the file holds still,
+// its digest is that of what it holds.
+TEST_F(DigestTest, FileThatShrinksWhileHashed)
+{
+    const size_t piece = kHashPieceSize;
+    const std::string data = Pattern(3 * piece + 777, 6);
+    const size_t lengths[] = {piece / 2, 3 * piece + 777, piece + 3, 2 * piece, 100, 3 * piece + 777};
+    std::wstring path = Make(L"shrinking.bin", data.substr(0, lengths[0]));
+    size_t current = lengths[0];
+    std::vector<FileDigest> digests = HashWhileChanging(path, 12, [&](HANDLE file, int i) {
+        size_t next = lengths[static_cast<size_t>(i) % (sizeof(lengths) / sizeof(lengths[0]))];
+        if (next < current)
+            CutTo(file, next);
+        else
+            WriteAt(file, current, data.data() + current, next - current);
+        current = next;
+    });
+    for (const FileDigest& digest : digests) {
+        EXPECT_LE(digest.size, data.size());
+        EXPECT_TRUE(IsHexDigest(digest.hash) || digest.hash == kUnderscores);
+    }
+    FileDigest settled = HashFile(path);
+    EXPECT_EQ(settled.hash, Sha1Hex(data.data(), current));
+    EXPECT_EQ(settled.size, current);
+    DeleteFileW(path.c_str());
+}
+
+// A file rewritten in place while it is hashed: each result has the file's size and is a digest or
+// the underscores (a digest of a mixture of the two contents equals neither, so the updater would
+// fetch the file again); the call always returns. Once the writes stop, the digest is that of the
+// last contents.
+TEST_F(DigestTest, FileRewrittenWhileHashed)
+{
+    const size_t size = 2 * size_t(kHashPieceSize) + 999;
+    const std::string a = Pattern(size, 21), b = Pattern(size, 22);
+    std::wstring path = Make(L"rewritten.bin", a);
+    bool lastWasA = true;
+    std::vector<FileDigest> digests = HashWhileChanging(path, 8, [&](HANDLE file, int i) {
+        lastWasA = i % 2 != 0;
+        WriteAt(file, 0, (lastWasA ? a : b).data(), size);
+    });
+    for (const FileDigest& digest : digests) {
+        EXPECT_EQ(digest.size, size);
+        EXPECT_TRUE(IsHexDigest(digest.hash) || digest.hash == kUnderscores);
+    }
+    EXPECT_EQ(HashFile(path).hash, Sha1Hex((lastWasA ? a : b).data(), size));
+    DeleteFileW(path.c_str());
 }
