@@ -2,9 +2,8 @@
 // one-shot digest. The block function selection and the SHA instruction path live in sha256_x86.cpp.
 #include "share/sha256.h"
 
-#include <utility>
-
 #include "share/hash_blocks.h"
+#include "share/sha2_rounds.h"
 
 // The first 32 bits of the fractional parts of the cube roots of the first 64 primes.
 alignas(16) const uint32_t kSha256RoundConstants[64] = {
@@ -26,64 +25,23 @@ const uint32_t kInitialState[8] = {
     0x510E527Fu, 0x9B05688Cu, 0x1F83D9ABu, 0x5BE0CD19u,
 };
 
-// Round `Round` of 64. The message schedule keeps only the last 16 words, in a ring.
-// The caller rotates the roles of a..h between calls instead of moving the values.
-template <int Round>
-VEY_HASH_INLINE void Step(uint32_t a, uint32_t b, uint32_t c, uint32_t& d, uint32_t e, uint32_t f, uint32_t g, uint32_t& h,
-                          uint32_t (&w)[16], const uint8_t* block)
-{
-    uint32_t word;
-    if constexpr (Round < 16) {
-        word = LoadBig32(block + 4 * Round);
-    } else {
-        // W[t-16] + s0(W[t-15]) + W[t-7] + s1(W[t-2]).
-        const uint32_t w15 = w[(Round + 1) & 15];
-        const uint32_t w2 = w[(Round + 14) & 15];
-        word = w[Round & 15] + (Rotr32(w15, 7) ^ Rotr32(w15, 18) ^ (w15 >> 3)) + w[(Round + 9) & 15] +
-               (Rotr32(w2, 17) ^ Rotr32(w2, 19) ^ (w2 >> 10));
-    }
-    w[Round & 15] = word;
-
-    h += (Rotr32(e, 6) ^ Rotr32(e, 11) ^ Rotr32(e, 25)) + (g ^ (e & (f ^ g))) + kSha256RoundConstants[Round] + word;
-    d += h;
-    h += (Rotr32(a, 2) ^ Rotr32(a, 13) ^ Rotr32(a, 22)) + ((a & b) | (c & (a | b)));
-}
-
-// Eight rounds bring the roles of a..h back to where they started.
-template <int First>
-VEY_HASH_INLINE void EightSteps(uint32_t (&v)[8], uint32_t (&w)[16], const uint8_t* block)
-{
-    Step<First>(v[0], v[1], v[2], v[3], v[4], v[5], v[6], v[7], w, block);
-    Step<First + 1>(v[7], v[0], v[1], v[2], v[3], v[4], v[5], v[6], w, block);
-    Step<First + 2>(v[6], v[7], v[0], v[1], v[2], v[3], v[4], v[5], w, block);
-    Step<First + 3>(v[5], v[6], v[7], v[0], v[1], v[2], v[3], v[4], w, block);
-    Step<First + 4>(v[4], v[5], v[6], v[7], v[0], v[1], v[2], v[3], w, block);
-    Step<First + 5>(v[3], v[4], v[5], v[6], v[7], v[0], v[1], v[2], w, block);
-    Step<First + 6>(v[2], v[3], v[4], v[5], v[6], v[7], v[0], v[1], w, block);
-    Step<First + 7>(v[1], v[2], v[3], v[4], v[5], v[6], v[7], v[0], w, block);
-}
-
-template <size_t... Group>
-VEY_HASH_INLINE void AllSteps(uint32_t (&v)[8], uint32_t (&w)[16], const uint8_t* block, std::index_sequence<Group...>)
-{
-    (EightSteps<int(Group) * 8>(v, w, block), ...);
-}
+// The SHA-256 word size, round count, rotations and constants for Sha2Compress.
+struct Rounds {
+    using Word = uint32_t;
+    static constexpr int kRounds = 64;
+    static Word Load(const uint8_t* p) { return LoadBig32(p); }
+    static Word Sigma0(Word a) { return Rotr32(a, 2) ^ Rotr32(a, 13) ^ Rotr32(a, 22); }
+    static Word Sigma1(Word e) { return Rotr32(e, 6) ^ Rotr32(e, 11) ^ Rotr32(e, 25); }
+    static Word Schedule0(Word w) { return Rotr32(w, 7) ^ Rotr32(w, 18) ^ (w >> 3); }
+    static Word Schedule1(Word w) { return Rotr32(w, 17) ^ Rotr32(w, 19) ^ (w >> 10); }
+    static Word Constant(int round) { return kSha256RoundConstants[round]; }
+};
 
 }  // namespace
 
 void Sha256CompressPortable(uint32_t state[8], const uint8_t* blocks, size_t blockCount)
 {
-    uint32_t w[16];
-    for (; blockCount != 0; --blockCount, blocks += kSha256BlockSize) {
-        uint32_t v[8];
-        for (int i = 0; i < 8; ++i) {
-            v[i] = state[i];
-        }
-        AllSteps(v, w, blocks, std::make_index_sequence<8>());
-        for (int i = 0; i < 8; ++i) {
-            state[i] += v[i];
-        }
-    }
+    Sha2Compress<Rounds>(state, blocks, blockCount);
 }
 
 Sha256Compress Sha256DefaultCompress()

@@ -2,9 +2,8 @@
 // the one-shot digest.
 #include "share/sha512.h"
 
-#include <utility>
-
 #include "share/hash_blocks.h"
+#include "share/sha2_rounds.h"
 
 namespace {
 
@@ -38,63 +37,17 @@ const uint64_t kInitialState[8] = {
     0x510E527FADE682D1ull, 0x9B05688C2B3E6C1Full, 0x1F83D9ABFB41BD6Bull, 0x5BE0CD19137E2179ull,
 };
 
-// Round `Round` of 80. The message schedule keeps only the last 16 words, in a ring.
-// The caller rotates the roles of a..h between calls instead of moving the values.
-template <int Round>
-VEY_HASH_INLINE void Step(uint64_t a, uint64_t b, uint64_t c, uint64_t& d, uint64_t e, uint64_t f, uint64_t g, uint64_t& h,
-                          uint64_t (&w)[16], const uint8_t* block)
-{
-    uint64_t word;
-    if constexpr (Round < 16) {
-        word = LoadBig64(block + 8 * Round);
-    } else {
-        // W[t-16] + s0(W[t-15]) + W[t-7] + s1(W[t-2]).
-        const uint64_t w15 = w[(Round + 1) & 15];
-        const uint64_t w2 = w[(Round + 14) & 15];
-        word = w[Round & 15] + (Rotr64(w15, 1) ^ Rotr64(w15, 8) ^ (w15 >> 7)) + w[(Round + 9) & 15] +
-               (Rotr64(w2, 19) ^ Rotr64(w2, 61) ^ (w2 >> 6));
-    }
-    w[Round & 15] = word;
-
-    h += (Rotr64(e, 14) ^ Rotr64(e, 18) ^ Rotr64(e, 41)) + (g ^ (e & (f ^ g))) + kRoundConstants[Round] + word;
-    d += h;
-    h += (Rotr64(a, 28) ^ Rotr64(a, 34) ^ Rotr64(a, 39)) + ((a & b) | (c & (a | b)));
-}
-
-// Eight rounds bring the roles of a..h back to where they started.
-template <int First>
-VEY_HASH_INLINE void EightSteps(uint64_t (&v)[8], uint64_t (&w)[16], const uint8_t* block)
-{
-    Step<First>(v[0], v[1], v[2], v[3], v[4], v[5], v[6], v[7], w, block);
-    Step<First + 1>(v[7], v[0], v[1], v[2], v[3], v[4], v[5], v[6], w, block);
-    Step<First + 2>(v[6], v[7], v[0], v[1], v[2], v[3], v[4], v[5], w, block);
-    Step<First + 3>(v[5], v[6], v[7], v[0], v[1], v[2], v[3], v[4], w, block);
-    Step<First + 4>(v[4], v[5], v[6], v[7], v[0], v[1], v[2], v[3], w, block);
-    Step<First + 5>(v[3], v[4], v[5], v[6], v[7], v[0], v[1], v[2], w, block);
-    Step<First + 6>(v[2], v[3], v[4], v[5], v[6], v[7], v[0], v[1], w, block);
-    Step<First + 7>(v[1], v[2], v[3], v[4], v[5], v[6], v[7], v[0], w, block);
-}
-
-template <size_t... Group>
-VEY_HASH_INLINE void AllSteps(uint64_t (&v)[8], uint64_t (&w)[16], const uint8_t* block, std::index_sequence<Group...>)
-{
-    (EightSteps<int(Group) * 8>(v, w, block), ...);
-}
-
-void Compress(uint64_t state[8], const uint8_t* blocks, size_t blockCount)
-{
-    uint64_t w[16];
-    for (; blockCount != 0; --blockCount, blocks += kSha512BlockSize) {
-        uint64_t v[8];
-        for (int i = 0; i < 8; ++i) {
-            v[i] = state[i];
-        }
-        AllSteps(v, w, blocks, std::make_index_sequence<10>());
-        for (int i = 0; i < 8; ++i) {
-            state[i] += v[i];
-        }
-    }
-}
+// The SHA-512 word size, round count, rotations and constants for Sha2Compress.
+struct Rounds {
+    using Word = uint64_t;
+    static constexpr int kRounds = 80;
+    static Word Load(const uint8_t* p) { return LoadBig64(p); }
+    static Word Sigma0(Word a) { return Rotr64(a, 28) ^ Rotr64(a, 34) ^ Rotr64(a, 39); }
+    static Word Sigma1(Word e) { return Rotr64(e, 14) ^ Rotr64(e, 18) ^ Rotr64(e, 41); }
+    static Word Schedule0(Word w) { return Rotr64(w, 1) ^ Rotr64(w, 8) ^ (w >> 7); }
+    static Word Schedule1(Word w) { return Rotr64(w, 19) ^ Rotr64(w, 61) ^ (w >> 6); }
+    static Word Constant(int round) { return kRoundConstants[round]; }
+};
 
 }  // namespace
 
@@ -108,12 +61,12 @@ void Sha512Init(Sha512Context& context)
 
 void Sha512Update(Sha512Context& context, const void* data, size_t size)
 {
-    HashBlocksUpdate(context, &Compress, data, size);
+    HashBlocksUpdate(context, &Sha2Compress<Rounds>, data, size);
 }
 
 void Sha512Final(Sha512Context& context, uint8_t digest[kSha512DigestSize])
 {
-    HashBlocksPad<16>(context, &Compress);
+    HashBlocksPad<16>(context, &Sha2Compress<Rounds>);
     for (int i = 0; i < 8; ++i) {
         StoreBig64(digest + 8 * i, context.state[i]);
     }
