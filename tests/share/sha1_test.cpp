@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "random_bytes.h"
 #include "runtime/text.h"
 #include "share/sha1.h"
 
@@ -21,25 +22,6 @@ struct ExpectedSum {
 const ExpectedSum kSha1sumDigests[] = {
 #include "sha1_sums.inc"
 };
-
-// The generator of sha1_sums.py: SplitMix64 seeded with 0x5EED000000000000 + size,
-// eight bytes per output, least significant first.
-std::vector<uint8_t> RandomBytes(size_t size)
-{
-    std::vector<uint8_t> bytes(size);
-    uint64_t state = 0x5EED000000000000ull + size;
-    for (size_t i = 0; i < size; i += 8) {
-        state += 0x9E3779B97F4A7C15ull;
-        uint64_t z = state;
-        z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
-        z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
-        z ^= z >> 31;
-        for (size_t j = 0; j < 8 && i + j < size; ++j) {
-            bytes[i + j] = uint8_t(z >> (8 * j));
-        }
-    }
-    return bytes;
-}
 
 std::wstring HexDigest(const void* data, size_t size, Sha1Compress compress)
 {
