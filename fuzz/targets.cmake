@@ -1,0 +1,8 @@
+# The fuzz targets, one line each: fuzz/<name>/ holds <name>.cpp (LLVMFuzzerTestOneInput),
+# <name>.dict and corpus/; SOURCES are the files of src/ it links, besides the seam. Included by
+# fuzz/CMakeLists.txt, which builds them, and by tests/CMakeLists.txt, which runs each as a test.
+vey_fuzz_target(json SOURCES json/value.cpp json/parser.cpp json/writer.cpp)
+vey_fuzz_target(url SOURCES http/url.cpp)
+vey_fuzz_target(response_head SOURCES http/parse_head.cpp)
+vey_fuzz_target(peer_answer SOURCES share/peer_datagrams.cpp)
+vey_fuzz_target(sha1 SOURCES share/sha1.cpp share/sha1_x86.cpp)
