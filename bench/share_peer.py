@@ -9,7 +9,7 @@ network namespaces that this script creates and always deletes again):
      sees it (so an upper bound of datagram in to answer out);
   3. a catalogue refresh over 5,000 unchanged files (share_refresh_bench.exe, no sockets).
 
-Prints the figures as a Markdown section for docs/benchmarks.md. Layout as in
+Prints the figures as rows of a Markdown table for docs/benchmarks.md, each as soon as it is measured. Layout as in
 tests/e2e/test_share_peer.py: a client namespace at 10.79.1.1, VeyShare.exe and nginx at
 10.79.1.3, joined by a veth pair."""
 import argparse
@@ -110,7 +110,12 @@ def main():
     work = tempfile.mkdtemp(prefix="vey-share-bench-")
     lab = netns.Lab()
     processes = []
-    rows = []
+    print("| case | VeyShare.exe (median, range) | reference | ratio | target |")
+    print("| --- | --- | --- | --- | --- |")
+
+    def row(*cells):
+        print("| " + " | ".join(cells) + " |", flush=True)
+
     try:
         client, host = lab.namespace("c"), lab.namespace("h")
         lab.veth(client, "c1", CLIENT + "/24", host, "h1", HOST + "/24")
@@ -143,9 +148,9 @@ def main():
                 ours.append(speed / MIB)
                 theirs.append(reference / MIB)
         ratio = statistics.median(ours) / statistics.median(theirs)
-        rows.append(("200 MiB file to curl", f"{statistics.median(ours):.0f} MiB/s "
+        row("200 MiB file to curl", f"{statistics.median(ours):.0f} MiB/s "
                      f"({min(ours):.0f}-{max(ours):.0f})", f"nginx {statistics.median(theirs):.0f} MiB/s "
-                     f"({min(theirs):.0f}-{max(theirs):.0f})", f"{ratio:.2f}x nginx", ">= 0.5x nginx"))
+                     f"({min(theirs):.0f}-{max(theirs):.0f})", f"{ratio:.2f}x nginx", ">= 0.5x nginx")
 
         # 2. A query of 1,000 records, all shared.
         records = []
@@ -170,9 +175,9 @@ def main():
                 return (time.perf_counter() - start) * 1000
 
         times = [netns.in_namespace(client, ask) for _ in range(args.runs + 1)][1:]
-        rows.append(("query of 1,000 records, warm", f"{statistics.median(times):.1f} ms "
+        row("query of 1,000 records, warm", f"{statistics.median(times):.1f} ms "
                      f"({min(times):.1f}-{max(times):.1f})", f"{len(datagrams)} query datagrams", "",
-                     "< 20 ms"))
+                     "< 20 ms")
         share.send_signal(2)
         share.wait(60)
         nginx.stop()
@@ -192,19 +197,14 @@ def main():
         first = out[0].split()
         again = [int(line.split()[1]) for line in out[1:] if line.startswith("again")]
         assert first[3] == "5000", out
-        rows.append(("refresh over 5,000 unchanged files", f"{statistics.median(again)} ms "
-                     f"({min(again)}-{max(again)})", f"first refresh (all hashed) {first[1]} ms", "", "< 500 ms"))
+        row("refresh over 5,000 unchanged files", f"{statistics.median(again)} ms "
+                     f"({min(again)}-{max(again)})", f"first refresh (all hashed) {first[1]} ms", "", "< 500 ms")
     finally:
         for process in processes:
             if process.poll() is None:
                 process.kill()
         lab.close()
         shutil.rmtree(work, ignore_errors=True)
-
-    print("| case | VeyShare.exe (median, range) | reference | ratio | target |")
-    print("| --- | --- | --- | --- | --- |")
-    for row in rows:
-        print("| " + " | ".join(row) + " |")
 
 
 if __name__ == "__main__":

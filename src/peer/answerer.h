@@ -8,16 +8,18 @@
 #include <string>
 
 class Catalogue;
+class QueryLog;
 
 class Answerer : public wSocketUdp {
 public:
-    explicit Answerer(Catalogue& catalogue);
+    Answerer(Catalogue& catalogue, QueryLog& log);
     // Binds 0.0.0.0:port, sharing the port with updaters on this machine; 0 or the error code.
     uint32_t Open(uint16_t port);
     void OnReceive(IoRequest* request) override;
 
 private:
     Catalogue& catalogue;
+    QueryLog& log;
     uint16_t port = 0;
     std::string prefix;
 };

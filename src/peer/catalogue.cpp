@@ -106,10 +106,10 @@ HANDLE Catalogue::OpenCurrent(const std::wstring& name, uint64_t& size)
 {
     AcquireSRWLockShared(&lock);
     auto found = entries.find(name);
-    bool current = found != entries.end() && found->second.current;
-    Entry entry = current ? found->second : Entry{};
+    bool listed = found != entries.end();
+    Entry entry = listed ? found->second : Entry{};
     ReleaseSRWLockShared(&lock);
-    if (!current)
+    if (!listed)
         return INVALID_HANDLE_VALUE;
 
     // Writers are kept out while the file is served; a replacement by rename is not, and leaves
@@ -126,6 +126,7 @@ HANDLE Catalogue::OpenCurrent(const std::wstring& name, uint64_t& size)
     }
     uint64_t diskSize = Join(information.nFileSizeHigh, information.nFileSizeLow);
     uint64_t writeTime = Join(information.ftLastWriteTime.dwHighDateTime, information.ftLastWriteTime.dwLowDateTime);
+    bool current = entry.current;
     if (diskSize != entry.diskSize || writeTime != entry.writeTime) {
         // Changed since it was hashed: hashed again while this handle keeps writers out.
         FileDigest digest = HashFile(path);
@@ -143,10 +144,11 @@ HANDLE Catalogue::OpenCurrent(const std::wstring& name, uint64_t& size)
             }
         }
         ReleaseSRWLockExclusive(&lock);
-        if (!still) {
-            CloseHandle(file);
-            return INVALID_HANDLE_VALUE;
-        }
+        current = still;
+    }
+    if (!current) {
+        CloseHandle(file);
+        return INVALID_HANDLE_VALUE;
     }
     size = diskSize;
     return file;

@@ -25,10 +25,10 @@ public:
     size_t SharedCount() const;
     // True when `name` is shared with this SHA-1 and size.
     bool Matches(const std::wstring& name, const uint8_t hash[20], uint64_t size) const;
-    // Opens a shared file for reading, denying writers while it is held, and checks it once more:
-    // a size or last-write time that changed since it was hashed makes it hashed again, and only a
-    // file that still has the manifest's SHA-1 and size is returned, with that size. Otherwise
-    // INVALID_HANDLE_VALUE.
+    // Opens a listed file for reading, denying writers while it is held, and checks it once more:
+    // a size or last-write time that changed since it was hashed makes it hashed again (so a file
+    // can stop or start being shared here), and only a file that has the manifest's SHA-1 and size
+    // is returned, with that size. Otherwise INVALID_HANDLE_VALUE.
     HANDLE OpenCurrent(const std::wstring& name, uint64_t& size);
 
 private:

@@ -19,8 +19,10 @@ constexpr uint64_t kStallTimeoutMs = 10000;
 constexpr uint32_t kSliceMs = 250;
 // Bytes a request head may take before it is refused; one more tells the reader it is too long.
 constexpr size_t kHeadRoom = kMaxRequestHead + 1;
-// Each connection streams its file through one buffer of this size.
-constexpr uint32_t kPieceSize = 64 * 1024;
+// Each connection streams its file through one buffer of this size. Under Wine every send is a
+// round trip through the Wine server: 200 MiB went out at 93 MiB/s in pieces of 64 KiB and at
+// 215 MiB/s in pieces of 256 KiB with a 1 MiB send buffer (the same as nginx on that link).
+constexpr uint32_t kPieceSize = 256 * 1024;
 // After the answer, what the client still sends is read and dropped for this long, so that
 // closing with unread bytes does not reset the connection before the client has read the answer.
 constexpr uint64_t kLingerMs = 1000;
@@ -78,7 +80,7 @@ bool SendAll(SOCKET socket, const char* bytes, size_t count, const std::atomic<b
     return true;
 }
 
-// The request line as the log shows it: bytes outside the printable ASCII range as "%XX", cut.
+// The request line as the log shows it: control bytes and bytes above ASCII as "%XX", cut.
 std::wstring LoggedLine(const char* head, size_t count)
 {
     std::string line;
@@ -88,7 +90,7 @@ std::wstring LoggedLine(const char* head, size_t count)
             break;
         }
         auto c = static_cast<unsigned char>(head[i]);
-        line += c > 0x20 && c < 0x7F && c != '%' ? std::string(1, static_cast<char>(c)) : FormatA("%%%02X", c);
+        line += c >= 0x20 && c < 0x7F ? std::string(1, static_cast<char>(c)) : FormatA("%%%02X", c);
     }
     return Utf8ToWide(line);
 }
@@ -128,6 +130,7 @@ void ShareServer::Serve(SOCKET socket, const sockaddr_in& client)
         status = used > 0 ? 200 : request.refusal;
 
     uint64_t sent = 0;
+    uint64_t elapsed = 0;  // until the answer was sent, without the wait for the client's close
     HANDLE file = INVALID_HANDLE_VALUE;
     uint64_t size = 0;
     if (status == 200) {
@@ -161,6 +164,7 @@ void ShareServer::Serve(SOCKET socket, const sockaddr_in& client)
             }
             free(piece);
         }
+        elapsed = GetTickCount64() - started;
         if (sent == size || file == INVALID_HANDLE_VALUE || request.method != "GET") {
             shutdown(socket, SD_SEND);
             uint64_t until = GetTickCount64() + kLingerMs;
@@ -180,6 +184,6 @@ void ShareServer::Serve(SOCKET socket, const sockaddr_in& client)
     closesocket(socket);
     if (have > 0 || status != 0)
         LogW(L"Request from %s: \"%s\" -> %u (%I64u bytes, %I64u ms)", FormatIPv4(client.sin_addr.s_addr).c_str(),
-             LoggedLine(head, have).c_str(), status, sent, GetTickCount64() - started);
+             LoggedLine(head, have).c_str(), status, sent, status != 0 ? elapsed : GetTickCount64() - started);
     Finished();
 }

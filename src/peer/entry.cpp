@@ -5,6 +5,7 @@
 #include "peer/answerer.h"
 #include "peer/catalogue.h"
 #include "peer/config.h"
+#include "peer/query_log.h"
 #include "peer/refresher.h"
 #include "peer/server.h"
 #include "peer/service.h"
@@ -46,7 +47,8 @@ int Share(const ShareConfig& config, HANDLE stopEvent)
     {
         Catalogue catalogue(config.root);
         ShareServer server(catalogue);
-        Answerer answerer(catalogue);
+        QueryLog queryLog;
+        Answerer answerer(catalogue, queryLog);
         Refresher refresher(catalogue, config.domains, config.pathAndQuery);
         uint32_t error = server.Open(config.port);
         if (error != 0) {
@@ -55,6 +57,7 @@ int Share(const ShareConfig& config, HANDLE stopEvent)
             LogA("Cannot receive on UDP port %u. (0x%08X)", static_cast<unsigned>(config.port), error);
         } else {
             LogW(L"Sharing %s on port %u", config.root.c_str(), static_cast<unsigned>(config.port));
+            queryLog.Start("QueryLog", 0x53484104, 0x53484105);
             refresher.Start("Refresher", 0x53484102, 0x53484103);
             server.Start();
             WaitForSingleObject(stopEvent, INFINITE);
@@ -64,6 +67,7 @@ int Share(const ShareConfig& config, HANDLE stopEvent)
         refresher.Stop();
         answerer.Close();
         server.Shutdown();
+        queryLog.Stop();
     }
     WSACleanup();
     IocpShutdown();

@@ -10,6 +10,8 @@ namespace {
 constexpr uint32_t kSliceMs = 250;
 // A connection's thread reserves this much stack; it needs little.
 constexpr SIZE_T kStackBytes = 256 * 1024;
+// The system's send buffer of a connection: large enough that a piece goes out in one send.
+constexpr int kSendBufferBytes = 1 << 20;
 
 struct Client {
     ShareServer* server;
@@ -96,6 +98,8 @@ bool ShareServer::Loop()
     }
     u_long nonBlocking = 1;
     ioctlsocket(socket, FIONBIO, &nonBlocking);
+    setsockopt(socket, SOL_SOCKET, SO_SNDBUF, reinterpret_cast<const char*>(&kSendBufferBytes),
+               sizeof(kSendBufferBytes));
     ++active;
     auto* client = new Client{this, socket, address};
     HANDLE thread = CreateThread(nullptr, kStackBytes, ServeClient, client, STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr);
