@@ -15,6 +15,7 @@ import hashlib
 import json
 import os
 import random
+import re
 import shutil
 import signal
 import socket
@@ -460,6 +461,27 @@ class Load(ShareFixture):
         self.assertEqual(len(served), 100)
         self.assertTrue(all(' -> 200 (20000000 bytes, ' in m for m in served), served[:3])
         self.stop_share(process, share)
+
+    def test_a_stalled_client_is_dropped_after_ten_seconds(self):
+        port = 8096
+        data = random.randbytes(20 * 1000 * 1000)
+        self.publish({"big.bin": data})
+        share = self.share_folder(self.name, {"big.bin": data})
+        self.start_share(share, port)
+
+        def stall():
+            connection = socket.create_connection((SHARE, port), timeout=5)
+            connection.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 65536)
+            connection.sendall(f"GET /big.bin HTTP/1.1\r\nHost: {SHARE}\r\n\r\n".encode())
+            return connection
+
+        connection = netns.in_namespace(namespaces["u"], stall)
+        self.addCleanup(connection.close)
+        line = self.wait_for_log(share, lambda m: m.startswith(f'Request from {UPDATER}: "GET /big.bin'), timeout=60)
+        sent, milliseconds = (int(value) for value in
+                              re.fullmatch(r'.* -> 200 \((\d+) bytes, (\d+) ms\)', line).groups())
+        self.assertLess(sent, len(data))
+        self.assertGreaterEqual(milliseconds, 10000)
 
     @staticmethod
     def memory(pid):
