@@ -20,7 +20,7 @@ uint32_t Answerer::Open(uint16_t sharePort)
 {
     port = sharePort;
     prefix = PeerPrefix(port);
-    return wSocketUdp::Open(INADDR_ANY, port, kReceiveCount, kReceiveSize);
+    return wSocketUdp::Open(INADDR_ANY, port, kReceiveCount, kReceiveSize, true);
 }
 
 void Answerer::OnReceive(IoRequest* request)
