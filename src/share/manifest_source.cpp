@@ -20,15 +20,15 @@ uint64_t SizeFromNumber(double value)
     return 0x8000000000000000ull;
 }
 
-std::wstring BackslashPath(std::wstring path)
+}  // namespace
+
+std::wstring ManifestPath(std::wstring path)
 {
     for (auto& c : path)
         if (c == L'/')
             c = L'\\';
     return path;
 }
-
-}  // namespace
 
 wJsonObject* FetchManifestObject(const std::wstring& pathAndQuery, const std::wstring& domain, bool logContent)
 {
@@ -96,7 +96,7 @@ bool ReadManifestFiles(const wJsonObject& manifest, std::vector<ManifestFile>& f
             s->type != wJsonType::number)
             continue;
         ManifestFile entry;
-        entry.name = BackslashPath(file.GetString(L"n"));
+        entry.name = ManifestPath(file.GetString(L"n"));
         entry.hash = file.GetString(L"h");
         entry.size = SizeFromNumber(static_cast<const wJsonNumber*>(s)->Value());
         files.push_back(std::move(entry));

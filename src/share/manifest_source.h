@@ -28,6 +28,8 @@ wJsonObject* ParseManifestBody(const void* bytes, size_t length, bool logContent
 // returns true; the ring's index names the domain being offered. Walks a copy of the domains, so
 // `visit` may reuse the ring. True when a visit returned true.
 bool WalkDomainRing(RandomPick& ring, const std::function<bool(const std::wstring& domain)>& visit);
+// A manifest path with its '/' separators turned into '\'.
+std::wstring ManifestPath(std::wstring path);
 // The "files" entries that have "n" (string), "h" (string) and "s" (number), in manifest order;
 // false when there is no "files" array.
 bool ReadManifestFiles(const wJsonObject& manifest, std::vector<ManifestFile>& files);
