@@ -1,16 +1,21 @@
 // Native fuzzing of the code that reads outside input, built for Linux with the address and
 // undefined-behaviour sanitizers: the JSON parser (and the writer and release of what it
-// accepts), the URL parser, the response-head parser, the reader of peer answers, and SHA-1.
+// accepts), the URL parser, the response-head parser, the reader of peer answers, SHA-1, and
+// the share peer's readers: peer queries, request heads and the names in request targets.
 // Inputs are generated and mutated from small seed sets with a fixed, printed seed; every input
 // sits in a buffer of exactly its size, so any read past it is reported.
 //   fuzz_parsers [INPUTS_PER_TARGET [SEED]]
 #include "app/config.h"
+#include "http/request_head.h"
 #include "http/response_head.h"
 #include "http/url.h"
 #include "json/value.h"
 #include "runtime/pool.h"
+#include "share/peer_query.h"
 #include "share/peers.h"
+#include "share/safe_name.h"
 #include "share/sha1.h"
+#include "share/target_name.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -216,6 +221,69 @@ long FuzzSha1(Random& random, long inputs)
     return checked;
 }
 
+
+long FuzzPeerQueries(Random& random, long inputs)
+{
+    const std::string prefix = PeerPrefix(8090);
+    auto query = [&](const std::vector<std::string>& names, uint8_t version) {
+        std::string body;
+        for (const std::string& name : names)
+            body += std::string(1, '\x01') + static_cast<char>(name.size()) + name + '\x14' + std::string(20, '\xCD') +
+                    '\x01' + std::string(7, '\0') + '\x09';
+        body += '\0';
+        std::string datagram = prefix + static_cast<char>(version) + '\x01';
+        uint32_t length = static_cast<uint32_t>(datagram.size() + 4 + body.size());
+        for (int i = 3; i >= 0; --i)
+            datagram += static_cast<char>(length >> (8 * i));
+        return datagram + body;
+    };
+    const std::vector<std::string> seeds = {query({"a.txt"}, 2), query({"a.txt", "dir\\b c.bin", "caf\xC3\xA9"}, 2),
+                                            query({}, 2), query({"a.txt"}, 1), query({std::string(254, 'n')}, 3)};
+    long read = 0;
+    for (long i = 0; i < inputs; ++i) {
+        std::string bytes = Mutate(random, seeds);
+        auto exact = std::make_unique<unsigned char[]>(bytes.size());
+        std::memcpy(exact.get(), bytes.data(), bytes.size());
+        std::vector<PeerRecord> records = ReadPeerQuery(exact.get(), bytes.size(), prefix);
+        if (records.size() > kMaxQueryRecords)
+            std::abort();
+        // Whatever was read, the answers made of it are packed to at most 1200 bytes each.
+        for (const std::string& answer : BuildPeerAnswers(records, 8090)) {
+            if (answer.size() > 1200)
+                std::abort();
+        }
+        read += !records.empty();
+    }
+    return read;
+}
+
+long FuzzRequestHeads(Random& random, long inputs)
+{
+    const std::vector<std::string> seeds = {
+        "GET /a.txt HTTP/1.1\r\nHost: h\r\n\r\n", "HEAD /dir/b%20c.txt HTTP/1.1\r\nHost: 10.0.0.1:8090\r\n\r\n",
+        "GET / HTTP/1.0\r\n\r\n", "POST /x HTTP/1.1\r\nHost: h\r\nContent-Length: 3\r\n\r\nabc",
+        "GET /a HTTP/1.1\r\nHost: h\r\nX: \xC3\xA9\r\nY:z\r\n\r\n", "GET /%2e%2e/%5C HTTP/1.1\r\nHost: h\r\n\r\n",
+        "GET /" + std::string(300, 'a') + " HTTP/1.1\r\nHost: h\r\n\r\n"};
+    long complete = 0;
+    for (long i = 0; i < inputs; ++i) {
+        std::string bytes = Mutate(random, seeds);
+        auto exact = std::make_unique<char[]>(bytes.size());
+        std::memcpy(exact.get(), bytes.data(), bytes.size());
+        RequestHead head;
+        int64_t used = ParseRequestHead(exact.get(), bytes.size(), head);
+        if (used > static_cast<int64_t>(bytes.size()))
+            std::abort();
+        if (used > 0) {
+            ++complete;
+            // A name decoded from a target is safe by construction.
+            std::wstring name = NameFromTarget(head.target);
+            if (!name.empty() && !IsSafeRelativeName(name))
+                std::abort();
+        }
+    }
+    return complete;
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
@@ -229,6 +297,8 @@ int main(int argc, char** argv)
     std::printf("response head: %ld complete\n", FuzzHead(random, inputs));
     std::printf("peer answers: %ld accepted\n", FuzzPeerAnswers(random, inputs));
     std::printf("sha1: %ld agreed\n", FuzzSha1(random, inputs / 10));
+    std::printf("peer queries: %ld read\n", FuzzPeerQueries(random, inputs));
+    std::printf("request heads: %ld complete\n", FuzzRequestHeads(random, inputs));
     std::printf("no finding\n");
     return 0;
 }

@@ -25,6 +25,8 @@ class NativeFuzz(unittest.TestCase):
         self.assertEqual(lines[0], "seed 0x5EEDF022, 300000 inputs per target")
         self.assertEqual(lines[-1], "no finding")
         self.assertEqual(lines[5], "sha1: 30000 agreed")
+        self.assertRegex(lines[6], r"^peer queries: \d+ read$")
+        self.assertRegex(lines[7], r"^request heads: \d+ complete$")
 
 
 if __name__ == "__main__":
