@@ -2,6 +2,7 @@
 // that it ends where a no-access page begins, so a read past the received bytes faults. Each round
 // checks what the reader may return; the seed is fixed and printed.
 #include <gtest/gtest.h>
+#include "share/datagram_fields.h"
 #include "share/peer_query.h"
 #include "support/fuzz.h"
 
@@ -22,8 +23,7 @@ const uint8_t kOtherKinds[] = {0, 2, 3, 255};
 std::string BigEndian(uint64_t value, int bytes)
 {
     std::string out;
-    for (int i = bytes - 1; i >= 0; --i)
-        out += static_cast<char>(value >> (8 * i));
+    PutBigEndian(out, value, bytes);
     return out;
 }
 

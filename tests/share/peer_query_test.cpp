@@ -2,6 +2,7 @@
 // record for record, every way a query can be broken, and answers that the updater applies.
 #include <gtest/gtest.h>
 #include "app/config.h"
+#include "share/datagram_fields.h"
 #include "share/peer_query.h"
 #include "share/peers.h"
 #include "runtime/text.h"
@@ -45,8 +46,7 @@ void ExpectRecordIs(const PeerRecord& record, const UpdateItem& item)
 std::string BigEndian(uint64_t value, int bytes)
 {
     std::string out;
-    for (int i = bytes - 1; i >= 0; --i)
-        out += static_cast<char>(value >> (8 * i));
+    PutBigEndian(out, value, bytes);
     return out;
 }
 
