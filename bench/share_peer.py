@@ -35,6 +35,7 @@ os.environ.setdefault("VEY_WINE_RUN", WINE_RUN)
 import netns  # noqa: E402
 from peer import prefix_for  # noqa: E402
 from servers import Nginx  # noqa: E402
+from run import random_file as write_random  # noqa: E402
 
 SHARE = os.path.join(BUILD, "bin", "VeyShare.exe")
 REFRESH_BENCH = os.path.join(BUILD, "bench", "share_refresh_bench.exe")
@@ -42,15 +43,6 @@ PREFIX = os.path.join(BUILD, "bench-wineprefix-share")
 CLIENT, HOST = "10.79.1.1", "10.79.1.3"
 PORT = 8090  # only inside the benchmark's namespaces
 MIB = 1 << 20
-
-
-def write_random(path, size):
-    os.makedirs(os.path.dirname(path), exist_ok=True)
-    with open(path, "wb") as f:
-        while size > 0:
-            piece = min(size, 16 * MIB)
-            f.write(os.urandom(piece))
-            size -= piece
 
 
 def manifest_of(folder, names):

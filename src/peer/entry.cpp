@@ -78,11 +78,7 @@ int Share(const ShareConfig& config, HANDLE stopEvent)
 int Run(void* stopEvent)
 {
     InitPerformanceFrequency();
-    if (GetModuleFileNameW(nullptr, crashBasePath, kCrashPathLength) == 0)
-        FatalError(0x89534242);
-    InitCrashReporter();
-    SetUnhandledExceptionFilter(CrashHandler);
-    InstallTerminateHandler();
+    InstallCrashReporter();
     PoolInit();
     std::wstring programDirectory = GetDirectoryPart(GetModulePath()) + L"\\";
 
