@@ -10,5 +10,4 @@ if [ "$(id -u)" != 0 ]; then
     exit 1
 fi
 bash tools/setup.sh
-cmake --build build -j2 --target VeyUpdater VeyShare
 python3 tools/share_example.py
