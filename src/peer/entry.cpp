@@ -50,6 +50,8 @@ int Share(const ShareConfig& config, HANDLE stopEvent)
         QueryLog queryLog;
         Answerer answerer(catalogue, queryLog);
         Refresher refresher(catalogue, config.domains, config.pathAndQuery);
+        // Running before the first datagram can arrive, so that no burst waits for a later one.
+        queryLog.Start("QueryLog", 0x53484104, 0x53484105);
         uint32_t error = server.Open(config.port);
         if (error != 0) {
             LogA("Cannot listen on TCP port %u. (0x%08X)", static_cast<unsigned>(config.port), error);
@@ -57,7 +59,6 @@ int Share(const ShareConfig& config, HANDLE stopEvent)
             LogA("Cannot receive on UDP port %u. (0x%08X)", static_cast<unsigned>(config.port), error);
         } else {
             LogW(L"Sharing %s on port %u", config.root.c_str(), static_cast<unsigned>(config.port));
-            queryLog.Start("QueryLog", 0x53484104, 0x53484105);
             refresher.Start("Refresher", 0x53484102, 0x53484103);
             server.Start();
             WaitForSingleObject(stopEvent, INFINITE);
