@@ -2,13 +2,13 @@
 // own ParseManifestBody (UTF-8 body to text, JSON parse, the re-serialised document as one log
 // entry), then released. Prints the times of the fetch, of parsing and logging, and of the
 // logger's final flush, with the working set after the fetch (the body held) and the peak.
-#include "app/manifest.h"
 #include "http/request.h"
 #include "json/value.h"
 #include "runtime/clock.h"
 #include "runtime/iocp.h"
 #include "runtime/logger.h"
 #include "runtime/pool.h"
+#include "share/manifest_source.h"
 
 #include <winsock2.h>
 #include <windows.h>

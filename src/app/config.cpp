@@ -51,14 +51,6 @@ UpdaterConfig* ReadConfig(const wJsonObject& argument, std::wstring& pathAndQuer
     return config;
 }
 
-std::wstring ManifestPath(std::wstring path)
-{
-    for (auto& c : path)
-        if (c == L'/')
-            c = L'\\';
-    return path;
-}
-
 std::wstring ComputeProgramDirectory()
 {
     std::wstring path = GetModulePath();

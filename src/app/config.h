@@ -25,7 +25,5 @@ extern std::wstring ProgramDirectory;
 // Fills a new configuration from the parsed argument and logs it; pathAndQuery is set only
 // when there are usable domains.
 UpdaterConfig* ReadConfig(const wJsonObject& argument, std::wstring& pathAndQuery);
-// A manifest path with its '/' separators turned into '\'.
-std::wstring ManifestPath(std::wstring path);
 // The folder of the running program with a trailing '\'.
 std::wstring ComputeProgramDirectory();

@@ -4,7 +4,6 @@
 #include "json/value.h"
 #include "runtime/clock.h"
 #include "runtime/crash.h"
-#include "runtime/fatal.h"
 #include "runtime/logger.h"
 #include "runtime/pool.h"
 #include "runtime/text.h"
@@ -18,11 +17,7 @@ int UpdaterMain(int argc, wchar_t** argv)
         return 0;
     setlocale(LC_ALL, "ko-KR");
     InitPerformanceFrequency();
-    if (GetModuleFileNameW(nullptr, crashBasePath, kCrashPathLength) == 0)
-        FatalError(0x89534242);
-    InitCrashReporter();
-    SetUnhandledExceptionFilter(CrashHandler);
-    InstallTerminateHandler();
+    InstallCrashReporter();
     PoolInit();
     ProgramDirectory = ComputeProgramDirectory();
 

@@ -9,6 +9,7 @@
 #include "runtime/logger.h"
 #include "runtime/text.h"
 #include "share/download.h"
+#include "share/manifest_source.h"
 
 #include <windows.h>
 

@@ -6,11 +6,9 @@
 class wJsonObject;
 struct UpdateItem;
 
-// True when the run sequence is to stop trying further domains.
+// The manifest of one domain fetched and processed; true when the run sequence is to stop trying
+// further domains.
 bool FetchManifest(const std::wstring& pathAndQuery, const std::wstring& domain);
-// Decodes and parses a manifest body and logs the failure line or the re-serialised content;
-// the parsed object, which the caller releases, or null.
-wJsonObject* ParseManifestBody(const void* bytes, size_t length);
 // "(local hash -> hash) (local size -> size) (name)"; a local size with all bits set shows as "_".
 std::wstring PlanLine(const UpdateItem& item);
 // Records the files that differ from the manifest and runs the update; true in every case.

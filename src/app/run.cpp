@@ -4,6 +4,7 @@
 #include "app/manifest.h"
 #include "runtime/fatal.h"
 #include "runtime/iocp.h"
+#include "share/manifest_source.h"
 
 #include <winsock2.h>
 
@@ -17,16 +18,9 @@ void RunUpdate(const std::wstring& pathAndQuery)
     UpdaterConfig& config = *updaterConfig;
     config.domainRing.Assign(config.domains);
     config.domains = config.domainRing.items;
-    // A copy: downloads later reuse the ring for their own host lists.
-    std::vector<std::wstring> ring = config.domainRing.items;
-    size_t count = ring.size();
-    size_t i = config.domainRing.index;
-    for (size_t tried = 0; tried < count; ++tried) {
-        config.domainRing.index = static_cast<uint32_t>(i);
-        if (FetchManifest(pathAndQuery, ring[i]))
-            break;
-        i = (i + 1) % count;
-    }
+    // The walk goes over a copy of the domains: downloads later reuse the ring for their host lists.
+    WalkDomainRing(config.domainRing,
+                   [&pathAndQuery](const std::wstring& domain) { return FetchManifest(pathAndQuery, domain); });
 
     WSACleanup();
     IocpShutdown();

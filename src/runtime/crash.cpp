@@ -2,6 +2,7 @@
 // the colons that file names cannot hold). It runs when something has gone badly wrong, so it
 // touches no pooled memory and no logger: fixed buffers and direct writes only.
 #include "runtime/crash.h"
+#include "runtime/fatal.h"
 #include "runtime/handles.h"
 #include "runtime/printf_check.h"
 
@@ -70,6 +71,15 @@ void InitCrashReporter()
     crashDumpType = MiniDumpWithFullMemory;
     crashProcess = GetCurrentProcess();
     crashProcessId = GetCurrentProcessId();
+}
+
+void InstallCrashReporter()
+{
+    if (GetModuleFileNameW(nullptr, crashBasePath, kCrashPathLength) == 0)
+        FatalError(0x89534242);
+    InitCrashReporter();
+    SetUnhandledExceptionFilter(CrashHandler);
+    InstallTerminateHandler();
 }
 
 long __stdcall CrashHandler(_EXCEPTION_POINTERS* exception)

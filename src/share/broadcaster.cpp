@@ -52,7 +52,9 @@ bool wSocketBroadcaster::Loop()
                 continue;
             auto* socket = PoolNew<UdpSocket>(this, withGateway.count(row.InterfaceIndex) != 0,
                                               static_cast<uint8_t>(row.OnLinkPrefixLength));
-            if (socket->Open(address, port, receiveCount, receiveSize) != 0) {
+            // The port is shared with a share peer on this machine, which holds it on the wildcard
+            // address: broadcasts reach both, unicast answers to this address reach this socket.
+            if (socket->Open(address, port, receiveCount, receiveSize, true) != 0) {
                 PoolDelete(socket);
                 continue;
             }

@@ -105,7 +105,8 @@ wSocketUdp::~wSocketUdp()
     CloseAndWait();
 }
 
-uint32_t wSocketUdp::Open(uint32_t address, uint16_t port, uint32_t receiveCount, uint32_t receiveSize)
+uint32_t wSocketUdp::Open(uint32_t address, uint16_t port, uint32_t receiveCount, uint32_t receiveSize,
+                          bool shareAddress)
 {
     if (socket.load() != INVALID_SOCKET || (outstanding & kCountMask) != 0)
         FatalError(0x89501355);
@@ -125,6 +126,10 @@ uint32_t wSocketUdp::Open(uint32_t address, uint16_t port, uint32_t receiveCount
         socket = created;
         BOOL on = TRUE;
         error = IocpBind(reinterpret_cast<HANDLE>(created), UdpCompletion);
+        // Asked before the bind: a port is shared only when every socket on it asked.
+        if (error == 0 && shareAddress &&
+            setsockopt(created, SOL_SOCKET, SO_REUSEADDR, reinterpret_cast<const char*>(&on), sizeof(on)) != 0)
+            error = WSAGetLastError();
         if (error == 0 && bind(created, reinterpret_cast<const sockaddr*>(&localAddress), sizeof(localAddress)) != 0)
             error = WSAGetLastError();
         if (error == 0 &&

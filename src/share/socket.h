@@ -56,8 +56,11 @@ public:
     ~wSocketUdp() override;
 
     // Opens, binds and starts `receiveCount` receives of `receiveSize` bytes each. The address
-    // is in network byte order, the port in host byte order. 0 or the Windows error code.
-    uint32_t Open(uint32_t address, uint16_t port, uint32_t receiveCount, uint32_t receiveSize);
+    // is in network byte order, the port in host byte order. With shareAddress the port can be
+    // held by other sockets that ask for the same (the updater's discovery and the share peer on
+    // one machine). 0 or the Windows error code.
+    uint32_t Open(uint32_t address, uint16_t port, uint32_t receiveCount, uint32_t receiveSize,
+                  bool shareAddress = false);
     // Sends a pooled copy of the bytes; a send that cannot be started closes the socket.
     void SendTo(const void* bytes, uint32_t length, const sockaddr_in& destination);
     void OnCompletion(IoRequest* request) override;

@@ -285,6 +285,20 @@ TEST_F(UdpSocketTest, FailedOpenReturnsTheErrorAndReleases)
     EXPECT_EQ(b.Outstanding(), wSocket::kClosing);
 }
 
+TEST_F(UdpSocketTest, APortIsSharedOnlyWhenEverySocketOnItAsks)
+{
+    // On loopback only; the same rule holds for the wildcard address beside an interface address.
+    Recorder first, second, third, alone;
+    uint16_t port = FreeUdpPort();
+    ASSERT_EQ(first.Open(kLoopback, port, 1, 2048, true), 0u);
+    EXPECT_EQ(second.Open(kLoopback, port, 1, 2048, true), 0u);
+    EXPECT_NE(third.Open(kLoopback, port, 1, 2048), 0u);
+    uint16_t other = FreeUdpPort();
+    ASSERT_EQ(alone.Open(kLoopback, other, 1, 2048), 0u);
+    Recorder late;
+    EXPECT_NE(late.Open(kLoopback, other, 1, 2048, true), 0u);
+}
+
 TEST_F(UdpSocketTest, NeverOpenedSocketIsReleasedAtOnce)
 {
     Recorder never;

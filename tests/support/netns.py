@@ -163,5 +163,14 @@ class WineInNamespace:
                               timeout=timeout)
         return done.returncode, done.stdout
 
+    def start(self, program, args=()):
+        """Starts a Windows program in the namespace and returns at once with its Popen. The process
+        is the Windows program itself (every wrapper execs), so signals sent to it reach it."""
+        self.check_server()
+        command = ["ip", "netns", "exec", self.namespace, "env", f"VEY_WINEPREFIX={self.prefix}", WINE_RUN,
+                   program, *args]
+        return subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                                stderr=subprocess.DEVNULL)
+
     def close(self):
         self.wine_prefix("down")
