@@ -6,6 +6,8 @@
 #include "share/manifest_source.h"
 #include "share/safe_name.h"
 
+#include <windows.h>
+
 #include <cstring>
 
 namespace {
@@ -41,30 +43,31 @@ size_t Catalogue::Refresh(const std::vector<ManifestFile>& files)
     std::unordered_map<std::wstring, Entry> next;
     std::vector<std::wstring> changed;  // names to hash
     std::vector<std::wstring> paths;
-    AcquireSRWLockShared(&lock);
-    for (const ManifestFile& file : files) {
-        Entry entry;
-        if (!IsSafeRelativeName(file.name) || !HashBytes(file.hash, entry.hash) || next.count(file.name))
-            continue;
-        entry.size = file.size;
-        WIN32_FILE_ATTRIBUTE_DATA attributes;
-        std::wstring path = root + file.name;
-        if (!GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &attributes) ||
-            (attributes.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY))
-            continue;
-        entry.diskSize = Join(attributes.nFileSizeHigh, attributes.nFileSizeLow);
-        entry.writeTime = Join(attributes.ftLastWriteTime.dwHighDateTime, attributes.ftLastWriteTime.dwLowDateTime);
-        auto known = entries.find(file.name);
-        if (known != entries.end() && known->second.diskSize == entry.diskSize &&
-            known->second.writeTime == entry.writeTime) {
-            entry.digest = known->second.digest;
-        } else {
-            changed.push_back(file.name);
-            paths.push_back(std::move(path));
+    {
+        SharedLock reading(lock);
+        for (const ManifestFile& file : files) {
+            Entry entry;
+            if (!IsSafeRelativeName(file.name) || !HashBytes(file.hash, entry.hash) || next.count(file.name))
+                continue;
+            entry.size = file.size;
+            WIN32_FILE_ATTRIBUTE_DATA attributes;
+            std::wstring path = root + file.name;
+            if (!GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &attributes) ||
+                (attributes.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY))
+                continue;
+            entry.diskSize = Join(attributes.nFileSizeHigh, attributes.nFileSizeLow);
+            entry.writeTime = Join(attributes.ftLastWriteTime.dwHighDateTime, attributes.ftLastWriteTime.dwLowDateTime);
+            auto known = entries.find(file.name);
+            if (known != entries.end() && known->second.diskSize == entry.diskSize &&
+                known->second.writeTime == entry.writeTime) {
+                entry.digest = known->second.digest;
+            } else {
+                changed.push_back(file.name);
+                paths.push_back(std::move(path));
+            }
+            next.emplace(file.name, std::move(entry));
         }
-        next.emplace(file.name, std::move(entry));
     }
-    ReleaseSRWLockShared(&lock);
 
     // The size and time were read before hashing: a file that changes in between is hashed again
     // at the next refresh, or when it is served.
@@ -77,53 +80,45 @@ size_t Catalogue::Refresh(const std::vector<ManifestFile>& files)
         entry.current = entry.diskSize == entry.size && entry.digest == BytesToHex(entry.hash, 20);
         count += entry.current;
     }
-    AcquireSRWLockExclusive(&lock);
+    ExclusiveLock replacing(lock);
     entries.swap(next);
     shared = count;
-    ReleaseSRWLockExclusive(&lock);
     return count;
 }
 
 size_t Catalogue::SharedCount() const
 {
-    AcquireSRWLockShared(&lock);
-    size_t count = shared;
-    ReleaseSRWLockShared(&lock);
-    return count;
+    SharedLock reading(lock);
+    return shared;
 }
 
 bool Catalogue::Matches(const std::wstring& name, const uint8_t hash[20], uint64_t size) const
 {
-    AcquireSRWLockShared(&lock);
+    SharedLock reading(lock);
     auto found = entries.find(name);
-    bool match = found != entries.end() && found->second.current && found->second.size == size &&
-                 memcmp(found->second.hash, hash, 20) == 0;
-    ReleaseSRWLockShared(&lock);
-    return match;
+    return found != entries.end() && found->second.current && found->second.size == size &&
+           memcmp(found->second.hash, hash, 20) == 0;
 }
 
-HANDLE Catalogue::OpenCurrent(const std::wstring& name, uint64_t& size)
+UniqueHandle Catalogue::OpenCurrent(const std::wstring& name, uint64_t& size)
 {
-    AcquireSRWLockShared(&lock);
-    auto found = entries.find(name);
-    bool listed = found != entries.end();
-    Entry entry = listed ? found->second : Entry{};
-    ReleaseSRWLockShared(&lock);
-    if (!listed)
-        return INVALID_HANDLE_VALUE;
+    Entry entry;
+    {
+        SharedLock reading(lock);
+        auto found = entries.find(name);
+        if (found == entries.end())
+            return UniqueHandle();
+        entry = found->second;
+    }
 
     // Writers are kept out while the file is served; a replacement by rename is not, and leaves
     // this handle reading the file that was checked.
     std::wstring path = root + name;
-    HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
-                              FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
-    if (file == INVALID_HANDLE_VALUE)
-        return file;
+    UniqueHandle file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
+                                  OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
     BY_HANDLE_FILE_INFORMATION information;
-    if (!GetFileInformationByHandle(file, &information)) {
-        CloseHandle(file);
-        return INVALID_HANDLE_VALUE;
-    }
+    if (!file || !GetFileInformationByHandle(file.Get(), &information))
+        return UniqueHandle();
     uint64_t diskSize = Join(information.nFileSizeHigh, information.nFileSizeLow);
     uint64_t writeTime = Join(information.ftLastWriteTime.dwHighDateTime, information.ftLastWriteTime.dwLowDateTime);
     bool current = entry.current;
@@ -131,7 +126,7 @@ HANDLE Catalogue::OpenCurrent(const std::wstring& name, uint64_t& size)
         // Changed since it was hashed: hashed again while this handle keeps writers out.
         FileDigest digest = HashFile(path);
         bool still = diskSize == entry.size && digest.size == diskSize && digest.hash == BytesToHex(entry.hash, 20);
-        AcquireSRWLockExclusive(&lock);
+        ExclusiveLock storing(lock);
         auto again = entries.find(name);
         if (again != entries.end()) {
             Entry& stored = again->second;
@@ -143,13 +138,10 @@ HANDLE Catalogue::OpenCurrent(const std::wstring& name, uint64_t& size)
                 shared = still ? shared + 1 : shared - 1;
             }
         }
-        ReleaseSRWLockExclusive(&lock);
         current = still;
     }
-    if (!current) {
-        CloseHandle(file);
-        return INVALID_HANDLE_VALUE;
-    }
+    if (!current)
+        return UniqueHandle();
     size = diskSize;
     return file;
 }

@@ -1,7 +1,7 @@
 // The catalogue: which of the release's files are current under the root (listed in the last good
 // manifest, present, with the manifest's size and SHA-1) and so may be announced and served.
 #pragma once
-#include <windows.h>
+#include "runtime/handles.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -28,8 +28,8 @@ public:
     // Opens a listed file for reading, denying writers while it is held, and checks it once more:
     // a size or last-write time that changed since it was hashed makes it hashed again (so a file
     // can stop or start being shared here), and only a file that has the manifest's SHA-1 and size
-    // is returned, with that size. Otherwise INVALID_HANDLE_VALUE.
-    HANDLE OpenCurrent(const std::wstring& name, uint64_t& size);
+    // is returned, with that size. Otherwise no handle.
+    UniqueHandle OpenCurrent(const std::wstring& name, uint64_t& size);
 
 private:
     struct Entry {
@@ -42,7 +42,7 @@ private:
     };
 
     const std::wstring root;
-    mutable SRWLOCK lock = SRWLOCK_INIT;
+    mutable SrwLock lock;
     std::unordered_map<std::wstring, Entry> entries;  // every listed file, by manifest name
     size_t shared = 0;
 };

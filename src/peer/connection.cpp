@@ -97,8 +97,9 @@ std::wstring LoggedLine(const char* head, size_t count)
 
 }  // namespace
 
-void ShareServer::Serve(SOCKET socket, const sockaddr_in& client)
+void ShareServer::Serve(UniqueSocket connection, const sockaddr_in& client)
 {
+    SOCKET socket = connection.Get();
     uint64_t started = GetTickCount64();
     char head[kHeadRoom];
     size_t have = 0;
@@ -131,13 +132,13 @@ void ShareServer::Serve(SOCKET socket, const sockaddr_in& client)
 
     uint64_t sent = 0;
     uint64_t elapsed = 0;  // until the answer was sent, without the wait for the client's close
-    HANDLE file = INVALID_HANDLE_VALUE;
+    UniqueHandle file;
     uint64_t size = 0;
     if (status == 200) {
         std::wstring name = NameFromTarget(request.target);
         if (!name.empty())
             file = catalogue.OpenCurrent(name, size);
-        if (file == INVALID_HANDLE_VALUE)
+        if (!file)
             status = 404;
     }
     if (status != 0) {
@@ -149,14 +150,14 @@ void ShareServer::Serve(SOCKET socket, const sockaddr_in& client)
             answer += "Allow: GET, HEAD\r\n";
         answer += "\r\n";
         bool open = SendAll(socket, answer.data(), answer.size(), stopping);
-        if (open && file != INVALID_HANDLE_VALUE && request.method == "GET") {
+        if (open && file && request.method == "GET") {
             char* piece = static_cast<char*>(malloc(kPieceSize));
             while (open && piece && sent < size) {
                 DWORD want = static_cast<DWORD>(size - sent < kPieceSize ? size - sent : kPieceSize);
                 DWORD read = 0;
                 // A file that shrank under a writer outside this system ends the connection early:
                 // the client sees fewer bytes than announced.
-                if (!ReadFile(file, piece, want, &read, nullptr) || read == 0)
+                if (!ReadFile(file.Get(), piece, want, &read, nullptr) || read == 0)
                     break;
                 open = SendAll(socket, piece, read, stopping);
                 if (open)
@@ -165,7 +166,7 @@ void ShareServer::Serve(SOCKET socket, const sockaddr_in& client)
             free(piece);
         }
         elapsed = GetTickCount64() - started;
-        if (sent == size || file == INVALID_HANDLE_VALUE || request.method != "GET") {
+        if (sent == size || !file || request.method != "GET") {
             shutdown(socket, SD_SEND);
             uint64_t until = GetTickCount64() + kLingerMs;
             char drain[4096];
@@ -179,9 +180,8 @@ void ShareServer::Serve(SOCKET socket, const sockaddr_in& client)
             }
         }
     }
-    if (file != INVALID_HANDLE_VALUE)
-        CloseHandle(file);
-    closesocket(socket);
+    file.Reset();
+    connection.Reset();
     if (have > 0 || status != 0)
         LogW(L"Request from %s: \"%s\" -> %u (%I64u bytes, %I64u ms)", FormatIPv4(client.sin_addr.s_addr).c_str(),
              LoggedLine(head, have).c_str(), status, sent, status != 0 ? elapsed : GetTickCount64() - started);

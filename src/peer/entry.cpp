@@ -12,6 +12,7 @@
 #include "runtime/clock.h"
 #include "runtime/crash.h"
 #include "runtime/fatal.h"
+#include "runtime/handles.h"
 #include "runtime/iocp.h"
 #include "runtime/logger.h"
 #include "runtime/pool.h"
@@ -118,17 +119,12 @@ int ShareMain(int argc, wchar_t** argv)
         return 1;
     }
     shareArgument = argv[1];
-    HANDLE stopEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    UniqueHandle stopEvent(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     if (!stopEvent)
         return 1;
-    int result;
-    if (StartedAsService()) {
-        result = RunAsService(Run, stopEvent);
-    } else {
-        consoleStop = stopEvent;
-        SetConsoleCtrlHandler(ConsoleControl, TRUE);
-        result = Run(stopEvent);
-    }
-    CloseHandle(stopEvent);
-    return result;
+    if (StartedAsService())
+        return RunAsService(Run, stopEvent.Get());
+    consoleStop = stopEvent.Get();
+    SetConsoleCtrlHandler(ConsoleControl, TRUE);
+    return Run(stopEvent.Get());
 }

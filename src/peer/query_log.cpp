@@ -4,6 +4,8 @@
 #include "runtime/logger.h"
 #include "runtime/text.h"
 
+#include <windows.h>
+
 #include <vector>
 
 QueryLog::QueryLog() = default;
@@ -16,13 +18,15 @@ QueryLog::~QueryLog()
 
 void QueryLog::Add(uint32_t address, uint16_t port, uint32_t asked, uint32_t answered)
 {
-    AcquireSRWLockExclusive(&lock);
-    bool first = bursts.empty();
-    Burst& burst = bursts[uint64_t(address) << 16 | port];
-    burst.asked += asked;
-    burst.answered += answered;
-    burst.last = PerformanceMilliseconds();
-    ReleaseSRWLockExclusive(&lock);
+    bool first;
+    {
+        ExclusiveLock adding(lock);
+        first = bursts.empty();
+        Burst& burst = bursts[uint64_t(address) << 16 | port];
+        burst.asked += asked;
+        burst.answered += answered;
+        burst.last = PerformanceMilliseconds();
+    }
     // Only the first datagram wakes the thread: waking it for each would cost the answer path.
     if (first)
         SetEvent(wakeEvent.Get());
@@ -36,17 +40,19 @@ bool QueryLog::Flush(bool all)
     };
     std::vector<Line> ended;
     uint64_t now = PerformanceMilliseconds();
-    AcquireSRWLockExclusive(&lock);
-    for (auto at = bursts.begin(); at != bursts.end();) {
-        if (all || now - at->second.last >= kGapMs) {
-            ended.push_back({at->first, at->second});
-            at = bursts.erase(at);
-        } else {
-            ++at;
+    bool left;
+    {
+        ExclusiveLock taking(lock);
+        for (auto at = bursts.begin(); at != bursts.end();) {
+            if (all || now - at->second.last >= kGapMs) {
+                ended.push_back({at->first, at->second});
+                at = bursts.erase(at);
+            } else {
+                ++at;
+            }
         }
+        left = !bursts.empty();
     }
-    bool left = !bursts.empty();
-    ReleaseSRWLockExclusive(&lock);
     for (const Line& line : ended) {
         LogW(L"Query from %s:%u: %u records asked, %u answered",
              FormatIPv4(static_cast<uint32_t>(line.sender >> 16)).c_str(), static_cast<unsigned>(line.sender & 0xFFFF),

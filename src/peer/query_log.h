@@ -2,9 +2,8 @@
 // burst of datagrams; those from one sender that arrive less than kGapMs apart are summed and
 // logged together once the burst is over, so that answering a burst does not wait on the logger.
 #pragma once
+#include "runtime/handles.h"
 #include "runtime/thread.h"
-
-#include <windows.h>
 
 #include <cstdint>
 #include <map>
@@ -35,6 +34,6 @@ private:
     // some are left.
     bool Flush(bool all);
 
-    SRWLOCK lock = SRWLOCK_INIT;
+    SrwLock lock;
     std::map<uint64_t, Burst> bursts;  // by address << 16 | port
 };

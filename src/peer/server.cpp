@@ -4,6 +4,8 @@
 
 #include <windows.h>
 
+#include <memory>
+
 namespace {
 
 // How often waiting threads look at the stop flag.
@@ -15,15 +17,14 @@ constexpr int kSendBufferBytes = 1 << 20;
 
 struct Client {
     ShareServer* server;
-    SOCKET socket;
+    UniqueSocket socket;
     sockaddr_in address;
 };
 
 DWORD WINAPI ServeClient(void* parameter)
 {
-    Client client = *static_cast<Client*>(parameter);
-    delete static_cast<Client*>(parameter);
-    client.server->Serve(client.socket, client.address);
+    std::unique_ptr<Client> client(static_cast<Client*>(parameter));
+    client->server->Serve(std::move(client->socket), client->address);
     return 0;
 }
 
@@ -37,13 +38,12 @@ ShareServer::ShareServer(Catalogue& catalogue)
 ShareServer::~ShareServer()
 {
     Shutdown();
-    CloseHandle(slots);
 }
 
 uint32_t ShareServer::Open(uint16_t port)
 {
-    listener = WSASocketW(AF_INET, SOCK_STREAM, IPPROTO_TCP, nullptr, 0, WSA_FLAG_NO_HANDLE_INHERIT);
-    if (listener == INVALID_SOCKET)
+    listener.Reset(WSASocketW(AF_INET, SOCK_STREAM, IPPROTO_TCP, nullptr, 0, WSA_FLAG_NO_HANDLE_INHERIT));
+    if (!listener)
         return WSAGetLastError();
     sockaddr_in local = {};
     local.sin_family = AF_INET;
@@ -51,13 +51,11 @@ uint32_t ShareServer::Open(uint16_t port)
     local.sin_addr.s_addr = INADDR_ANY;
     u_long nonBlocking = 1;
     uint32_t error = 0;
-    if (bind(listener, reinterpret_cast<const sockaddr*>(&local), sizeof(local)) != 0 ||
-        listen(listener, SOMAXCONN) != 0 || ioctlsocket(listener, FIONBIO, &nonBlocking) != 0)
+    if (bind(listener.Get(), reinterpret_cast<const sockaddr*>(&local), sizeof(local)) != 0 ||
+        listen(listener.Get(), SOMAXCONN) != 0 || ioctlsocket(listener.Get(), FIONBIO, &nonBlocking) != 0)
         error = WSAGetLastError();
-    if (error != 0) {
-        closesocket(listener);
-        listener = INVALID_SOCKET;
-    }
+    if (error != 0)
+        listener.Reset();
     return error;
 }
 
@@ -72,49 +70,47 @@ void ShareServer::Shutdown()
     Stop();
     while (active > 0)
         Sleep(10);
-    if (listener != INVALID_SOCKET) {
-        closesocket(listener);
-        listener = INVALID_SOCKET;
-    }
+    listener.Reset();
 }
 
 bool ShareServer::Loop()
 {
-    while (WaitForSingleObject(slots, kSliceMs) == WAIT_TIMEOUT) {
+    while (WaitForSingleObject(slots.Get(), kSliceMs) == WAIT_TIMEOUT) {
         if (stopFlag)
             return false;
     }
     bool readable = false;
     while (!stopFlag && !readable)
-        WaitSocket(listener, kSliceMs, &readable, nullptr, nullptr);
-    SOCKET socket = INVALID_SOCKET;
+        WaitSocket(listener.Get(), kSliceMs, &readable, nullptr, nullptr);
+    UniqueSocket socket;
     sockaddr_in address = {};
     int length = sizeof(address);
     if (readable)
-        socket = accept(listener, reinterpret_cast<sockaddr*>(&address), &length);
-    if (socket == INVALID_SOCKET) {
-        ReleaseSemaphore(slots, 1, nullptr);
+        socket.Reset(accept(listener.Get(), reinterpret_cast<sockaddr*>(&address), &length));
+    if (!socket) {
+        ReleaseSemaphore(slots.Get(), 1, nullptr);
         return !stopFlag;
     }
     u_long nonBlocking = 1;
-    ioctlsocket(socket, FIONBIO, &nonBlocking);
-    setsockopt(socket, SOL_SOCKET, SO_SNDBUF, reinterpret_cast<const char*>(&kSendBufferBytes),
+    ioctlsocket(socket.Get(), FIONBIO, &nonBlocking);
+    setsockopt(socket.Get(), SOL_SOCKET, SO_SNDBUF, reinterpret_cast<const char*>(&kSendBufferBytes),
                sizeof(kSendBufferBytes));
     ++active;
-    auto* client = new Client{this, socket, address};
-    HANDLE thread = CreateThread(nullptr, kStackBytes, ServeClient, client, STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr);
+    auto client = std::make_unique<Client>(Client{this, std::move(socket), address});
+    UniqueHandle thread(
+        CreateThread(nullptr, kStackBytes, ServeClient, client.get(), STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr));
     if (!thread) {
-        closesocket(socket);
-        delete client;
+        client.reset();
         Finished();
         return true;
     }
-    CloseHandle(thread);
+    // The thread owns the client from here.
+    client.release();
     return true;
 }
 
 void ShareServer::Finished()
 {
-    ReleaseSemaphore(slots, 1, nullptr);
+    ReleaseSemaphore(slots.Get(), 1, nullptr);
     --active;
 }

@@ -2,6 +2,7 @@
 // files, one request per connection. At most kMaxConnections are served at once, each on a thread
 // of its own; further clients wait in the listen queue.
 #pragma once
+#include "runtime/handles.h"
 #include "runtime/thread.h"
 
 #include <winsock2.h>
@@ -25,8 +26,8 @@ public:
     // Stops accepting, ends the connections (each within a quarter second) and waits for them.
     void Shutdown();
 
-    // Served by a connection's own thread.
-    void Serve(SOCKET socket, const sockaddr_in& client);
+    // Served by a connection's own thread, which closes the connection when done.
+    void Serve(UniqueSocket connection, const sockaddr_in& client);
     // Connections being served now.
     long Active() const { return active; }
 
@@ -39,8 +40,8 @@ private:
     void Finished();
 
     Catalogue& catalogue;
-    SOCKET listener = INVALID_SOCKET;
-    HANDLE slots;  // semaphore of kMaxConnections
+    UniqueSocket listener;
+    UniqueHandle slots;  // semaphore of kMaxConnections
     std::atomic<long> active{0};
     std::atomic<bool> stopping{false};
 };

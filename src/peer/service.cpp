@@ -1,5 +1,6 @@
 // The service side of VeyShare: the dispatcher, the control handler and the reported states.
 #include "peer/service.h"
+#include "runtime/handles.h"
 #include "runtime/text.h"
 
 #include <windows.h>
@@ -47,23 +48,23 @@ void WINAPI ServiceMain(DWORD, wchar_t** argv)
 
 bool StartedAsService()
 {
-    HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
-    if (snapshot == INVALID_HANDLE_VALUE)
+    UniqueHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+    if (!snapshot)
         return false;
     DWORD self = GetCurrentProcessId();
     DWORD parent = 0;
     PROCESSENTRY32W entry = {};
     entry.dwSize = sizeof(entry);
-    for (BOOL more = Process32FirstW(snapshot, &entry); more; more = Process32NextW(snapshot, &entry)) {
+    for (BOOL more = Process32FirstW(snapshot.Get(), &entry); more; more = Process32NextW(snapshot.Get(), &entry)) {
         if (entry.th32ProcessID == self)
             parent = entry.th32ParentProcessID;
     }
     bool service = false;
-    for (BOOL more = Process32FirstW(snapshot, &entry); parent && more; more = Process32NextW(snapshot, &entry)) {
+    for (BOOL more = Process32FirstW(snapshot.Get(), &entry); parent && more;
+         more = Process32NextW(snapshot.Get(), &entry)) {
         if (entry.th32ProcessID == parent && EqualsNoCase(entry.szExeFile, L"services.exe"))
             service = true;
     }
-    CloseHandle(snapshot);
     return service;
 }
 

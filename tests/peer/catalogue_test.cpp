@@ -95,12 +95,10 @@ TEST_F(CatalogueTest, SharesOnlyListedFilesWithTheManifestsSizeAndHash)
     EXPECT_FALSE(catalogue.Matches(L"..\\outside.txt", Digest("outside").data(), 7));
 
     uint64_t size = 0;
-    HANDLE file = catalogue.OpenCurrent(L"a.txt", size);
-    ASSERT_NE(file, INVALID_HANDLE_VALUE);
+    EXPECT_TRUE(catalogue.OpenCurrent(L"a.txt", size));
     EXPECT_EQ(size, 9u);
-    CloseHandle(file);
     for (const wchar_t* name : {L"b.txt", L"missing.txt", L"unlisted.txt", L"..\\outside.txt", L"dir"})
-        EXPECT_EQ(catalogue.OpenCurrent(name, size), INVALID_HANDLE_VALUE) << name;
+        EXPECT_FALSE(catalogue.OpenCurrent(name, size)) << name;
 }
 
 TEST_F(CatalogueTest, ALowerCaseManifestHashMatchesAndABrokenOneNeverDoes)
@@ -143,14 +141,14 @@ TEST_F(CatalogueTest, AFileIsCheckedAgainRightBeforeItIsServed)
 
     Write(path, "changed, longer");
     uint64_t size = 0;
-    EXPECT_EQ(catalogue.OpenCurrent(L"a.txt", size), INVALID_HANDLE_VALUE);
+    EXPECT_FALSE(catalogue.OpenCurrent(L"a.txt", size));
     EXPECT_EQ(catalogue.SharedCount(), 0u);
     EXPECT_FALSE(catalogue.Matches(L"a.txt", Digest("served a").data(), 8));
 
     Write(path, "served a");
     Touch(path, 10);
-    HANDLE file = catalogue.OpenCurrent(L"a.txt", size);
-    ASSERT_NE(file, INVALID_HANDLE_VALUE);
+    UniqueHandle file = catalogue.OpenCurrent(L"a.txt", size);
+    ASSERT_TRUE(file);
     EXPECT_EQ(size, 8u);
     EXPECT_EQ(catalogue.SharedCount(), 1u);
     // While it is served, nobody may write it.
@@ -158,7 +156,6 @@ TEST_F(CatalogueTest, AFileIsCheckedAgainRightBeforeItIsServed)
                           OPEN_EXISTING, 0, nullptr),
               INVALID_HANDLE_VALUE);
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SHARING_VIOLATION));
-    CloseHandle(file);
 }
 
 TEST_F(CatalogueTest, ARefreshReplacesTheListAndKeepsNothingElse)
