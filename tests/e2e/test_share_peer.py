@@ -28,8 +28,8 @@ import unittest
 import netns
 from peer import Peer, prefix_for
 from servers import Nginx
-from veytest import (BIN, WORK, make_app_folder, quote_argument, read, read_log, read_log_entries, run_windows, sha1,
-                     windows_path, write)
+from veytest import (BIN, PATIENCE, WORK, make_app_folder, quote_argument, read, read_log, read_log_entries,
+                     run_windows, sha1, wait_for, windows_path, write)
 
 UNAVAILABLE = netns.unavailable_reason()
 UPDATER, SERVER, SHARE, PEER = "10.78.1.1", "10.78.1.2", "10.78.1.3", "10.78.1.4"
@@ -97,7 +97,7 @@ def answer_records(data, port):
     return records
 
 
-def http_exchange(address, port, request, timeout=15):
+def http_exchange(address, port, request, timeout=PATIENCE):
     """Sends the raw request from the updater's namespace; returns (status, headers, body)."""
 
     def exchange():
@@ -202,7 +202,7 @@ class ShareFixture(unittest.TestCase):
             process.kill()
             process.wait()
 
-    def wait_for_log(self, folder, predicate, process=None, timeout=60):
+    def wait_for_log(self, folder, predicate, process=None, timeout=PATIENCE):
         """Waits until a message of the share peer's log satisfies predicate; returns it."""
         deadline = time.time() + timeout
         while time.time() < deadline:
@@ -221,13 +221,13 @@ class ShareFixture(unittest.TestCase):
     def stop_share(self, process, folder):
         """Ctrl+C: the program stops cleanly with exit code 0."""
         process.send_signal(signal.SIGINT)
-        self.assertEqual(process.wait(30), 0)
+        self.assertEqual(process.wait(PATIENCE), 0)
         messages = read_log(folder, SHARE_LOG)
         self.assertEqual(messages[-2:], ["Stopping...", "VeyShare stopped (0)"])
 
     def run_updater(self, wine, folder, port):
         argument = {"domains": [self.server.domain], "pathAndQuery": "/m.json", "argOrg": "", "httpSharePort": port}
-        code, _ = wine.run(os.path.join(folder, "VeyUpdater.exe"), [quote_argument(json.dumps(argument))], timeout=120)
+        code, _ = wine.run(os.path.join(folder, "VeyUpdater.exe"), [quote_argument(json.dumps(argument))], timeout=PATIENCE)
         self.assertEqual(code, 0)
         return read_log(folder)
 
@@ -271,8 +271,12 @@ class ShareToUpdater(ShareFixture):
 
         # A query is logged once its burst is over.
         self.wait_for_log(share, lambda m: m == f"Query from {UPDATER}:{port}: 3 records asked, 3 answered")
-        shared = read_log(share, SHARE_LOG)
-        requests = sorted(m for m in shared if m.startswith("Request from "))
+        # A connection's line is logged once the updater has closed it.
+        def requests():
+            return sorted(m for m in read_log(share, SHARE_LOG) if m.startswith("Request from "))
+
+        self.assertTrue(wait_for(lambda: len(requests()) >= 3), requests())
+        requests = requests()
         self.assertEqual(len(requests), 3)
         for target, data in (("/a.txt", files["a.txt"]), ("/caf%C3%A9.bin", files["caf\u00e9.bin"]),
                              ("/dir/b%20c.txt", files["dir/b c.txt"])):
@@ -307,9 +311,7 @@ class ShareToUpdater(ShareFixture):
         self.assertEqual(other.paths, ["/b.txt"])
         self.assertEqual(self.server.requests(), ["GET /m.json HTTP/1.1 200"] * 2)
         self.wait_for_log(share, lambda m: m == f"Query from {SHARE}:{port}: 2 records asked, 1 answered")
-        shared = read_log(share, SHARE_LOG)
-        self.assertTrue([m for m in shared if m.startswith(f'Request from {SHARE}: "GET /a.txt HTTP/1.1" -> 200 (6 bytes, ')],
-                        shared)
+        self.wait_for_log(share, lambda m: m.startswith(f'Request from {SHARE}: "GET /a.txt HTTP/1.1" -> 200 (6 bytes, '))
 
 
 class Refusals(ShareFixture):
@@ -337,21 +339,26 @@ class Refusals(ShareFixture):
         self.assertRegex(message, r": 6 files listed, 2 shared \(")
         self.outside = outside
 
-    def query(self, records):
-        """Sends one query from the updater's namespace; the answers that arrive within a second."""
+    def query(self, records, expected):
+        """Sends one query from the updater's namespace and waits for `expected` answers and for the
+        share peer's log line of the query, which it writes after answering; returns every answer
+        that has arrived by then and the query's source port."""
 
         def exchange():
             with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as udp:
                 udp.bind((UPDATER, 0))
-                udp.settimeout(1)
+                udp.settimeout(PATIENCE)
                 udp.sendto(query_datagram(self.port, records), (SHARE, self.port))
-                answers = []
-                try:
-                    while True:
+                answers = [udp.recvfrom(2048)[0] for _ in range(expected)]
+                source_port = udp.getsockname()[1]
+                self.wait_for_log(self.folder, lambda m: m.startswith(
+                    f"Query from {UPDATER}:{source_port}: {len(records)} records asked, "))
+                udp.setblocking(False)
+                while True:
+                    try:
                         answers.append(udp.recvfrom(2048)[0])
-                except socket.timeout:
-                    pass
-                return answers, udp.getsockname()[1]
+                    except BlockingIOError:
+                        return answers, source_port
 
         return netns.in_namespace(namespaces["u"], exchange)
 
@@ -361,14 +368,14 @@ class Refusals(ShareFixture):
                   ("../outside.txt", sha1(self.outside), len(self.outside)),
                   ("a.txt", sha1(b"other\n"), len(self.files["a.txt"])), ("a.txt", sha1(self.files["a.txt"]), 99),
                   ("A.TXT", sha1(self.files["a.txt"]), len(self.files["a.txt"]))]
-        answers, source_port = self.query(asked)
+        answers, source_port = self.query(asked, 1)
         self.assertEqual(len(answers), 1)
         self.assertEqual(answer_records(answers[0], self.port), [
             ("a.txt", sha1(self.files["a.txt"]), len(self.files["a.txt"])),
             ("dir\\d.txt", sha1(self.files["dir/d.txt"]), len(self.files["dir/d.txt"]))])
         self.wait_for_log(self.folder, lambda m: m == f"Query from {UPDATER}:{source_port}: 10 records asked, 2 answered")
 
-        answers, _ = self.query([("b.txt", sha1(self.files["b.txt"]), len(self.files["b.txt"]))])
+        answers, _ = self.query([("b.txt", sha1(self.files["b.txt"]), len(self.files["b.txt"]))], 0)
         self.assertEqual(answers, [])
 
     def test_only_current_listed_files_inside_the_root_are_served(self):
@@ -391,10 +398,9 @@ class Refusals(ShareFixture):
             self.assertEqual(get(self.port, target)[::2], (404, b""), target)
         self.assertEqual(get(self.port, "/a.txt", "POST")[0], 405)
         self.assertEqual(http_exchange(SHARE, self.port, b"GET /a.txt HTTP/1.1\r\n\r\n")[0], 400)
-        messages = read_log(self.folder, SHARE_LOG)
-        self.assertIn(f'Request from {UPDATER}: "GET /../outside.txt HTTP/1.1" -> 404 (0 bytes, ',
-                      "\n".join(messages))
-        self.assertIn(f'Request from {UPDATER}: "HEAD /a.txt HTTP/1.1" -> 200 (0 bytes, ', "\n".join(messages))
+        for line in (f'Request from {UPDATER}: "GET /../outside.txt HTTP/1.1" -> 404 (0 bytes, ',
+                     f'Request from {UPDATER}: "HEAD /a.txt HTTP/1.1" -> 200 (0 bytes, '):
+            self.wait_for_log(self.folder, lambda m: m.startswith(line))
 
     def test_a_file_changed_since_it_was_hashed_is_checked_again_before_it_is_served(self):
         path = os.path.join(self.root, "a.txt")
@@ -414,13 +420,17 @@ class Refusals(ShareFixture):
             self.assertEqual(status, expected, head[:120])
             self.assertEqual((headers.get("Connection"), body), ("close", b""), head[:120])
         self.assertEqual(get(self.port, "/a.txt")[::2], (200, self.files["a.txt"]))
-        messages = read_log(self.folder, SHARE_LOG)
-        refused = [m for m in messages if m.startswith("Request from ") and " -> 200 " not in m]
-        self.assertEqual(len(refused), 100)
+
+        # A connection's line is logged once the client has closed it.
+        def refused():
+            return [m for m in read_log(self.folder, SHARE_LOG) if m.startswith("Request from ") and " -> 200 " not in m]
+
+        self.assertTrue(wait_for(lambda: len(refused()) >= 100), len(refused()))
+        self.assertEqual(len(refused()), 100)
 
     def test_a_silent_client_gets_408_after_ten_seconds(self):
         def silent():
-            with socket.create_connection((SHARE, self.port), timeout=30) as connection:
+            with socket.create_connection((SHARE, self.port), timeout=PATIENCE) as connection:
                 started = time.monotonic()
                 data = b""
                 while True:
@@ -449,16 +459,21 @@ class Load(ShareFixture):
             refs.write("5")
         idle = self.memory(process.pid)["VmHWM"]
 
-        command = f"curl -s --max-time 240 http://{SHARE}:{port}/big.bin | sha1sum"
+        command = f"curl -s --max-time {PATIENCE} http://{SHARE}:{port}/big.bin | sha1sum"
         downloads = [subprocess.Popen(["ip", "netns", "exec", namespaces["u"], "sh", "-c", command],
                                       stdout=subprocess.PIPE, stdin=subprocess.DEVNULL) for _ in range(100)]
-        sums = [download.communicate(timeout=300)[0].split()[0].decode() for download in downloads]
+        sums = [download.communicate(timeout=PATIENCE)[0].split()[0].decode() for download in downloads]
         self.assertEqual(sums, [digest] * 100)
         peak = self.memory(process.pid)["VmHWM"]
         print(f"\nVeyShare.exe memory: {idle // 1024} MiB idle, peak {peak // 1024} MiB while serving 100 downloads "
               f"of 20 MB (growth {(peak - idle) // 1024} MiB)")
         self.assertLess(peak - idle, 128 * 1024)
-        served = [m for m in read_log(share, SHARE_LOG) if m.startswith("Request from ")]
+        # A connection's line is logged once the client has closed it, after the client has its bytes.
+        def served():
+            return [m for m in read_log(share, SHARE_LOG) if m.startswith("Request from ")]
+
+        self.assertTrue(wait_for(lambda: len(served()) >= 100), len(served()))
+        served = served()
         self.assertEqual(len(served), 100)
         self.assertTrue(all(' -> 200 (20000000 bytes, ' in m for m in served), served[:3])
         self.stop_share(process, share)
@@ -471,14 +486,14 @@ class Load(ShareFixture):
         self.start_share(share, port)
 
         def stall():
-            connection = socket.create_connection((SHARE, port), timeout=5)
+            connection = socket.create_connection((SHARE, port), timeout=PATIENCE)
             connection.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 65536)
             connection.sendall(f"GET /big.bin HTTP/1.1\r\nHost: {SHARE}\r\n\r\n".encode())
             return connection
 
         connection = netns.in_namespace(namespaces["u"], stall)
         self.addCleanup(connection.close)
-        line = self.wait_for_log(share, lambda m: m.startswith(f'Request from {UPDATER}: "GET /big.bin'), timeout=60)
+        line = self.wait_for_log(share, lambda m: m.startswith(f'Request from {UPDATER}: "GET /big.bin'))
         sent, milliseconds = (int(value) for value in
                               re.fullmatch(r'.* -> 200 \((\d+) bytes, (\d+) ms\)', line).groups())
         self.assertLess(sent, len(data))
@@ -520,7 +535,8 @@ class Arguments(unittest.TestCase):
 
     def run_share(self, argument):
         folder = make_app_folder("share-arguments", "VeyShare.exe")
-        code, _ = run_windows(os.path.join(folder, "VeyShare.exe"), [quote_argument(json.dumps(argument))])
+        code, output = run_windows(os.path.join(folder, "VeyShare.exe"), [quote_argument(json.dumps(argument))])
+        self.assertEqual(code, 1, output)
         return code, read_log(folder, SHARE_LOG)
 
     def test_port_outside_its_range(self):
