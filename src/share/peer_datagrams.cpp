@@ -2,6 +2,7 @@
 // are big-endian; every read of an answer is checked against the bytes that arrived.
 #include "share/peers.h"
 #include "runtime/text.h"
+#include "share/datagram_fields.h"
 
 #include <cstring>
 
@@ -13,12 +14,6 @@ constexpr uint8_t kAnswer = 2;
 constexpr size_t kHashBytes = 20;
 constexpr size_t kFlushAbove = 1200;
 constexpr size_t kFirstCapacity = 2048;
-
-void PutBigEndian(std::string& out, uint64_t value, int bytes)
-{
-    for (int i = bytes - 1; i >= 0; --i)
-        out += static_cast<char>(value >> (8 * i));
-}
 
 // The i-th digit of a hash text as a number; missing digits and other characters count as 0.
 unsigned HashDigit(const std::wstring& hash, size_t i)
@@ -62,44 +57,6 @@ void AppendRecord(std::string& datagram, const UpdateItem& item)
     PutBigEndian(datagram, item.size, 8);
 }
 
-// Reads fields front to back; a field that does not fit in what is left fails and moves nothing.
-class Reader {
-public:
-    Reader(const unsigned char* at, const unsigned char* end) : at(at), end(end) {}
-
-    bool Bytes(size_t count, const unsigned char*& bytes)
-    {
-        if (static_cast<size_t>(end - at) < count)
-            return false;
-        bytes = at;
-        at += count;
-        return true;
-    }
-    bool BigEndian(size_t count, uint64_t& value)
-    {
-        const unsigned char* bytes;
-        if (!Bytes(count, bytes))
-            return false;
-        value = 0;
-        for (size_t i = 0; i < count; ++i)
-            value = value << 8 | bytes[i];
-        return true;
-    }
-    // A length byte, then that many bytes.
-    bool Counted(const unsigned char*& bytes, size_t& count)
-    {
-        uint64_t length;
-        if (!BigEndian(1, length) || !Bytes(static_cast<size_t>(length), bytes))
-            return false;
-        count = static_cast<size_t>(length);
-        return true;
-    }
-
-private:
-    const unsigned char* at;
-    const unsigned char* const end;
-};
-
 UpdateItem* FindItem(std::list<UpdateItem>& items, const std::wstring& name)
 {
     for (UpdateItem& item : items) {
@@ -141,7 +98,7 @@ std::vector<std::string> BuildPeerQueries(const std::list<UpdateItem>& items, ui
 bool ApplyPeerAnswer(const unsigned char* bytes, size_t count, uint32_t sender, const std::string& prefix,
                      std::list<UpdateItem>& items)
 {
-    Reader reader(bytes, bytes + count);
+    FieldReader reader(bytes, bytes + count);
     const unsigned char* start;
     uint64_t version, kind, length, records;
     if (!reader.Bytes(prefix.size(), start) || memcmp(start, prefix.data(), prefix.size()) != 0 ||

@@ -104,14 +104,6 @@ const char* const kHeaderLines[] = {"Content-Encoding: deflate", "Content-Encodi
 const char* const kHeadTokens[] = {"\r\n", "\r\n\r\n", "\r", "\n", "\n\n", ":", " ", "\t", "Content-Length: ",
                                    "HTTP/", "0x", "\xC3", "\xE2\x82", "\xF0\x9F\x98", "\xFF", "9", "-"};
 
-std::string RandomBytes(Random& random, size_t most)
-{
-    std::string bytes(random.Below(static_cast<uint32_t>(most) + 1), '\0');
-    for (auto& c : bytes)
-        c = static_cast<char>(random.Below(256));
-    return bytes;
-}
-
 std::string MakeHead(Random& random)
 {
     const char* end = random.OneIn(10) ? "\n" : "\r\n";
@@ -127,7 +119,7 @@ std::string MakeHead(Random& random)
             head += random.Pick(kHeaderLines);
             break;
         case 2:
-            head += "X-" + std::to_string(random.Below(100)) + ": " + RandomBytes(random, 12);
+            head += "X-" + std::to_string(random.Below(100)) + ": " + random.Bytes(random.Below(13));
             break;
         default:
             head += "Content-Length: " + std::to_string(random.Below(100000));
@@ -137,7 +129,7 @@ std::string MakeHead(Random& random)
     }
     if (!random.OneIn(8))
         head += "\r\n";
-    head += RandomBytes(random, random.OneIn(4) ? 64 : 0);
+    head += random.Bytes(random.Below(random.OneIn(4) ? 65 : 1));
     for (uint32_t n = random.Below(4); n > 0; --n) {
         size_t at = head.empty() ? 0 : random.Below(static_cast<uint32_t>(head.size()));
         switch (random.Below(9)) {

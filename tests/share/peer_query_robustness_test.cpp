@@ -27,14 +27,6 @@ std::string BigEndian(uint64_t value, int bytes)
     return out;
 }
 
-std::string RandomBytes(Random& random, size_t count)
-{
-    std::string bytes(count, '\0');
-    for (auto& c : bytes)
-        c = static_cast<char>(random.Below(256));
-    return bytes;
-}
-
 std::string MakeQuery(Random& random)
 {
     std::string prefix = random.OneIn(10) ? random.Pick(kOtherPrefixes) : kPrefix;
@@ -43,9 +35,9 @@ std::string MakeQuery(Random& random)
     uint32_t records = random.OneIn(50) ? random.Below(600) : random.Below(40);
     bool oddHashes = random.OneIn(4);
     for (uint32_t i = 0; i < records; ++i) {
-        std::string name = RandomBytes(random, random.OneIn(20) ? random.Below(256) : random.Below(30));
+        std::string name = random.Bytes(random.OneIn(20) ? random.Below(256) : random.Below(30));
         datagram += '\x01' + std::string(1, static_cast<char>(name.size())) + name;
-        datagram += static_cast<char>(oddHashes && random.OneIn(30) ? random.Below(256) : 20) + RandomBytes(random, 20);
+        datagram += static_cast<char>(oddHashes && random.OneIn(30) ? random.Below(256) : 20) + random.Bytes(20);
         datagram += '\x01' + BigEndian(static_cast<uint64_t>(random.Below(0xFFFFFFFFu)) << 20, 8);
     }
     datagram += '\0';
@@ -66,7 +58,7 @@ std::string MakeQuery(Random& random)
             datagram.resize(at);
             break;
         case 2:
-            datagram.insert(at, RandomBytes(random, 1 + random.Below(8)));
+            datagram.insert(at, random.Bytes(1 + random.Below(8)));
             break;
         default:
             datagram.erase(at, 1 + random.Below(8));

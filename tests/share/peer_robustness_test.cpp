@@ -4,6 +4,7 @@
 // seed is fixed and printed.
 #include <gtest/gtest.h>
 #include "runtime/clock.h"
+#include "share/datagram_fields.h"
 #include "share/peers.h"
 #include "support/fuzz.h"
 
@@ -31,17 +32,8 @@ const size_t kItemCount = 3;
 std::string BigEndian(uint64_t value, int bytes)
 {
     std::string out;
-    for (int i = bytes - 1; i >= 0; --i)
-        out += static_cast<char>(value >> (8 * i));
+    PutBigEndian(out, value, bytes);
     return out;
-}
-
-std::string RandomBytes(Random& random, size_t count)
-{
-    std::string bytes(count, '\0');
-    for (auto& c : bytes)
-        c = static_cast<char>(random.Below(256));
-    return bytes;
 }
 
 uint64_t RandomSize(Random& random)
@@ -59,9 +51,9 @@ std::string MakeAnswer(Random& random)
     for (uint32_t i = 0; i < records; ++i) {
         if (version >= 2) {
             size_t hashLength = random.OneIn(6) ? random.Below(256) : 20;
-            body += static_cast<char>(hashLength) + RandomBytes(random, hashLength);
+            body += static_cast<char>(hashLength) + random.Bytes(hashLength);
         }
-        std::string name = random.OneIn(10) ? RandomBytes(random, random.Below(256)) : random.Pick(kNames);
+        std::string name = random.OneIn(10) ? random.Bytes(random.Below(256)) : random.Pick(kNames);
         body += static_cast<char>(name.size()) + name;
         if (version >= 2)
             body += BigEndian(RandomSize(random), 8);
@@ -88,7 +80,7 @@ std::string MakeAnswer(Random& random)
             datagram.resize(at);
             break;
         case 2:
-            datagram.insert(at, RandomBytes(random, 1 + random.Below(8)));
+            datagram.insert(at, random.Bytes(1 + random.Below(8)));
             break;
         case 3:
             datagram.erase(at, 1 + random.Below(8));

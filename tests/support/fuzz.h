@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstring>
 #include <random>
+#include <string>
 
 class Random {
 public:
@@ -14,6 +15,13 @@ public:
     bool OneIn(uint32_t n) { return Below(n) == 0; }
     template <typename T, size_t N>
     const T& Pick(const T (&items)[N]) { return items[Below(N)]; }
+    std::string Bytes(size_t count)
+    {
+        std::string bytes(count, '\0');
+        for (auto& c : bytes)
+            c = static_cast<char>(Below(256));
+        return bytes;
+    }
 
 private:
     std::mt19937 engine;
