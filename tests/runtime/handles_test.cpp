@@ -1,5 +1,6 @@
 // The owners of handles, sockets and searches, and the lock guards: each value is closed exactly
-// once, moves hand it on, Release gives it up, and the guards exclude what they should.
+// once, moves hand it on, Release gives it up, the guards exclude what they should, and a
+// condition variable wakes its waiter.
 #include <gtest/gtest.h>
 #include "runtime/handles.h"
 #include "runtime/text.h"
@@ -161,4 +162,29 @@ TEST(SrwLock, ExclusiveExcludesAndSharedAdmitsReadersTogether)
         second = true;
     }).join();
     EXPECT_TRUE(second);
+}
+
+TEST(ConditionVariable, AWaiterSeesEveryHandOverUnderTheLock)
+{
+    // Two threads hand a counter back and forth a thousand times: each waits for its turn, so a
+    // lost wake-up would hang and a wait that returned without the lock would race.
+    SrwLock lock;
+    ConditionVariable changed;
+    int turn = 0;
+    constexpr int kRounds = 1000;
+    auto player = [&](int parity) {
+        for (int round = 0; round < kRounds; ++round) {
+            {
+                ExclusiveLock held(lock);
+                while (turn % 2 != parity)
+                    changed.Wait(lock);
+                ++turn;
+            }
+            changed.WakeAll();
+        }
+    };
+    std::thread odd(player, 1);
+    player(0);
+    odd.join();
+    EXPECT_EQ(turn, 2 * kRounds);
 }
