@@ -1,6 +1,5 @@
 // One connection of the file server: the request head read within its time-out, the answer, the
 // file streamed in bounded pieces, the log line, and an orderly close.
-#include "http/net.h"
 #include "http/request_head.h"
 #include "peer/catalogue.h"
 #include "peer/server.h"
@@ -44,19 +43,26 @@ const char* ReasonPhrase(uint32_t status)
     }
 }
 
-// Waits in short slices until the socket can be read (or written); false when the deadline passes,
-// the server stops or the wait fails.
+// Waits in short slices until the socket can be read (or written), has failed or was closed;
+// false when the deadline passes, the server stops or the wait fails. One poll entry for the
+// socket, where a select() would list it twice (to be read or written, and for errors): with
+// many connections waiting that way at once the Wine server aborts on an assertion in its poll
+// completion, which ends every program of the prefix. WSAPoll reports errors and hang-ups with
+// either wait.
 bool WaitReady(SOCKET socket, bool write, uint64_t deadline, const std::atomic<bool>& stopping)
 {
     for (;;) {
         uint64_t now = GetTickCount64();
         if (stopping || now >= deadline)
             return false;
-        uint32_t slice = static_cast<uint32_t>(deadline - now < kSliceMs ? deadline - now : kSliceMs);
-        bool ready = false, failed = false;
-        if (!WaitSocket(socket, slice, write ? nullptr : &ready, write ? &ready : nullptr, &failed))
+        int slice = static_cast<int>(deadline - now < kSliceMs ? deadline - now : kSliceMs);
+        WSAPOLLFD entry = {};
+        entry.fd = socket;
+        entry.events = write ? POLLWRNORM : POLLRDNORM;
+        int ready = WSAPoll(&entry, 1, slice);
+        if (ready == SOCKET_ERROR)
             return false;
-        if (ready || failed)
+        if (ready > 0)
             return true;
     }
 }
