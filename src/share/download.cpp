@@ -5,6 +5,7 @@
 #include "runtime/logger.h"
 #include "runtime/random_pick.h"
 #include "runtime/text.h"
+#include "share/sha256_file.h"
 #include "share/update_item.h"
 
 #include <windows.h>
@@ -81,7 +82,8 @@ bool DownloadFromHost(const DownloadRequest& request, const std::wstring& host, 
         if (length != http.responseHeaders.end() && ParseInteger(length->second, 10) == received &&
             FileSize(request.destinationPath, onDisk) && onDisk == static_cast<uint64_t>(received)) {
             request.digest = HashFile(request.destinationPath);
-            valid = request.digest.hash == request.item.hash && request.digest.size == request.item.size;
+            valid = request.digest.hash == request.item.hash && request.digest.size == request.item.size &&
+                    (request.item.sha256.empty() || FileMatchesSha256(request.destinationPath, request.item.sha256));
         }
     } else {
         DeleteFileW(request.destinationPath.c_str());

@@ -1,5 +1,6 @@
 // Verified downloads: one file of the manifest fetched from a list of hosts (peers or update
-// servers) into its place on disk, valid only when status, length, size and SHA-1 all agree.
+// servers) into its place on disk, valid only when status, length, size and SHA-1 all agree, and
+// the SHA-256 too for an item of a signed release.
 #pragma once
 #include "share/digest.h"
 
