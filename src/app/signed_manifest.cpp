@@ -8,6 +8,7 @@
 #include "json/value.h"
 #include "runtime/logger.h"
 #include "runtime/text.h"
+#include "share/download.h"
 #include "share/manifest_source.h"
 #include "share/release_terms.h"
 #include "share/signature.h"
@@ -21,6 +22,7 @@ bool Get(HttpRequest& request, const std::wstring& domain, const std::wstring& p
 {
     std::wstring url = FormatW(L"http://%s%s", domain.c_str(), path.c_str());
     LogW(L"HTTP Getting... %s", url.c_str());
+    BoundSignedTransfer(request, kMaxSignedText);
     request.Execute(url);
     LogW(L"HTTP Response Status (%u %s)", request.status, GetHttpStatusName(request.status));
     return request.status == 200;

@@ -27,6 +27,13 @@ std::wstring DownloadUrl(const std::wstring& host, bool isServer, const std::wst
     return url;
 }
 
+void BoundSignedTransfer(HttpRequest& http, int64_t bodyLimit)
+{
+    http.redirectLimit = 10;
+    http.bodyLimit = bodyLimit;
+    http.minimumRate = 1024;
+}
+
 bool DownloadFromSources(RandomPick& hosts, std::vector<std::wstring>& servers, const DownloadRequest& request)
 {
     size_t count = hosts.items.size();
@@ -72,6 +79,8 @@ bool DownloadFromHost(const DownloadRequest& request, const std::wstring& host, 
         http.connectTimeoutMs = request.connectTimeoutOverride;
     if (request.receiveTimeoutOverride != 0)
         http.receiveTimeoutMs = request.receiveTimeoutOverride;
+    if (!request.item.sha256.empty())
+        BoundSignedTransfer(http, static_cast<int64_t>(std::min<uint64_t>(request.item.size, INT64_MAX)));
     http.Execute(url);
 
     int64_t received = http.responseBodyLength;

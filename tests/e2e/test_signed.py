@@ -5,12 +5,14 @@ import json
 import os
 import shutil
 import subprocess
+import time
 import unittest
 
 from cryptography.hazmat.primitives import serialization
 
-from servers import Nginx
-from veytest import WORK, make_app_folder, quote_argument, read, read_log, run_windows, windows_path, write
+from servers import Nginx, ScriptedServer
+from veytest import (WORK, make_app_folder, quote_argument, read, read_log, read_log_entries, run_windows,
+                     windows_path, write)
 
 TOOLS = os.path.join(os.path.dirname(__file__), "..", "..", "tools")
 MAKE_MANIFEST = os.path.join(TOOLS, "make-manifest")
@@ -254,3 +256,110 @@ class SignedRelease(unittest.TestCase):
 
 if __name__ == "__main__":
     unittest.main()
+
+
+def response(status, body, length=None, extra=""):
+    head = f"HTTP/1.1 {status}\r\nConnection: close\r\n{extra}"
+    head += f"Content-Length: {len(body) if length is None else length}\r\n"
+    return head.encode() + b"\r\n" + body
+
+
+class SignedBounds(unittest.TestCase):
+    """Two servers with the same signed release; the first one asked for a file (or for the manifest)
+    misbehaves, the other serves it. Each misbehaviour fails within the signed bounds and the other
+    server is tried."""
+
+    def setUp(self):
+        self.serve = os.path.join(WORK, "signed-bounds-serve")
+        shutil.rmtree(self.serve, ignore_errors=True)
+        self.release = os.path.join(self.serve, "files")
+        self.data = b"new library " * 1000
+        write(os.path.join(self.release, "app.dll"), self.data)
+        self.key_path = os.path.join(self.serve, "release.key")
+        self.key = make_key(self.key_path)
+        manifest = os.path.join(self.serve, "m.json")
+        subprocess.run([MAKE_MANIFEST, self.release, "-o", manifest, "--url-prefix", "/files",
+                        "--key", self.key_path], check=True)
+        self.files = {"/m.json": read(manifest), "/m.json.sig": read(manifest + ".sig"), "/files/app.dll": self.data}
+        self.hostile = None
+        self.servers = []
+
+    def tearDown(self):
+        for server in self.servers:
+            server.stop()
+
+    def start(self, hostile_path, misbehave):
+        """Two servers; the first asked for hostile_path answers it with misbehave(server, head)."""
+        def serve(index):
+            def answer(head):
+                path = head.split(b" ")[1].decode()
+                if path.startswith(hostile_path):
+                    if self.hostile is None:
+                        self.hostile = index
+                    if self.hostile == index:
+                        return misbehave(self.servers[index], head)
+                if path in self.files:
+                    return response("200 OK", self.files[path])
+                return response("404 Not Found", b"")
+            return answer
+        self.servers = [ScriptedServer(serve(0)), ScriptedServer(serve(1))]
+
+    def run_update(self, name):
+        folder = make_app_folder(name)
+        write(os.path.join(folder, "app.dll"), b"old library")
+        argument = {"domains": [s.domain for s in self.servers], "pathAndQuery": "/m.json", "publicKey": self.key}
+        code, _ = run_windows(os.path.join(folder, "VeyUpdater.exe"), [quote_argument(json.dumps(argument))])
+        self.assertEqual(code, 0)
+        self.assertEqual(read(os.path.join(folder, "app.dll")), self.data)
+        self.assertIsNotNone(self.hostile)
+        return folder, read_log(folder)
+
+    def hostile_and_good(self):
+        return self.servers[self.hostile], self.servers[1 - self.hostile]
+
+    def test_endless_self_redirect_fails_after_ten(self):
+        self.start("/files/app.dll", lambda server, head: response(
+            "302 Found", b"", extra=f"Location: http://{server.domain}/files/app.dll?again=1\r\n"))
+        folder, messages = self.run_update("signed-redirect")
+        hostile, good = self.hostile_and_good()
+        self.assertEqual(len([p for p in hostile.paths() if p.startswith("/files/app.dll")]), 11)
+        self.assertIn(f"HTTP Getting... http://{hostile.domain}/files/app.dll", messages)
+        self.assertIn("HTTP Response Status (0 None) (Invalid 0 B)", messages)
+        self.assertEqual(good.paths()[-1], "/files/app.dll")
+
+    def test_body_larger_than_the_item_is_refused_at_the_head(self):
+        self.start("/files/app.dll", lambda server, head: response("200 OK", self.data + b"!"))
+        folder, messages = self.run_update("signed-oversized")
+        hostile, good = self.hostile_and_good()
+        at = messages.index(f"HTTP Getting... http://{hostile.domain}/files/app.dll")
+        # Nothing of the body was taken: the head alone refused it.
+        self.assertEqual(messages[at + 1], "HTTP Response Status (0 None) (Invalid 0 B)")
+        self.assertEqual(messages[at + 2], f"HTTP Getting... http://{good.domain}/files/app.dll")
+        self.assertEqual(messages[at + 3], "HTTP Response Status (200 OK) (Valid 11 KB)")
+
+    def test_manifest_over_64_mib_is_refused_at_the_head(self):
+        self.start("/m.json", lambda server, head: [response("200 OK", b"", length=(64 << 20) + 1)])
+        folder, messages = self.run_update("signed-big-manifest")
+        hostile, good = self.hostile_and_good()
+        at = messages.index(f"HTTP Getting... http://{hostile.domain}/m.json")
+        self.assertEqual(messages[at + 1], "HTTP Response Status (0 None)")
+        self.assertEqual(messages[at + 2], f"HTTP Getting... http://{good.domain}/m.json")
+
+    def test_a_byte_every_900_ms_fails_within_a_minute_and_a_bit(self):
+        def drip(server, head):
+            yield response("200 OK", b"", length=len(self.data))
+            for byte in self.data:
+                time.sleep(0.9)
+                yield bytes([byte])
+        self.start("/files/app.dll", drip)
+        folder, messages = self.run_update("signed-slow")
+        hostile, good = self.hostile_and_good()
+        entries = read_log_entries(folder)
+        getting = [t for t, m in entries if m == f"HTTP Getting... http://{hostile.domain}/files/app.dll"]
+        failed = [t for t, m in entries if m == "HTTP Response Status (0 None) (Invalid 0 B)"
+                  or (m.startswith("HTTP Response Status (0 None) (Invalid ") and m.endswith(" B)"))]
+        self.assertEqual(len(getting), 1)
+        self.assertEqual(len(failed), 1)
+        self.assertGreaterEqual(failed[0] - getting[0], 59)
+        self.assertLess(failed[0] - getting[0], 75)
+        self.assertIn(f"HTTP Getting... http://{good.domain}/files/app.dll", messages)
