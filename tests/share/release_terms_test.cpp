@@ -25,19 +25,17 @@ TEST(ReleaseTerms, VersionIsAPositiveWholeNumber)
 
 TEST(ReleaseTerms, ExpiryTimeAsSecondsSince1970)
 {
-    int64_t seconds = 0;
-    ASSERT_TRUE(ReadExpiryTime(L"1970-01-01T00:00:00Z", seconds));
-    EXPECT_EQ(seconds, 0);
-    ASSERT_TRUE(ReadExpiryTime(L"2020-01-01T00:00:00Z", seconds));
-    EXPECT_EQ(seconds, 1577836800);
-    ASSERT_TRUE(ReadExpiryTime(L"2024-02-29T23:59:59Z", seconds));
-    EXPECT_EQ(seconds, 1709251199);
-    ASSERT_TRUE(ReadExpiryTime(L"2000-02-29T12:00:00Z", seconds));
-    EXPECT_EQ(seconds, 951825600);
-    ASSERT_TRUE(ReadExpiryTime(L"2038-01-19T03:14:08Z", seconds));
-    EXPECT_EQ(seconds, 2147483648);
-    ASSERT_TRUE(ReadExpiryTime(L"9999-12-31T23:59:59Z", seconds));
-    EXPECT_EQ(seconds, 253402300799);
+    const struct {
+        const wchar_t* text;
+        int64_t seconds;
+    } cases[] = {{L"1970-01-01T00:00:00Z", 0},          {L"2020-01-01T00:00:00Z", 1577836800},
+                 {L"2024-02-29T23:59:59Z", 1709251199}, {L"2000-02-29T12:00:00Z", 951825600},
+                 {L"2038-01-19T03:14:08Z", 2147483648}, {L"9999-12-31T23:59:59Z", 253402300799}};
+    for (const auto& c : cases) {
+        int64_t seconds = -1;
+        ASSERT_TRUE(ReadExpiryTime(c.text, seconds)) << static_cast<const void*>(c.text);
+        EXPECT_EQ(seconds, c.seconds);
+    }
 }
 
 TEST(ReleaseTerms, ExpiryTimeRefusesEveryOtherForm)
