@@ -59,7 +59,8 @@ UpdaterConfig* ReadConfig(const wJsonObject& argument, std::wstring& pathAndQuer
             config->publicKey = text;
             LogW(L"publicKey: %s", text.c_str());
         } else {
-            LogW(L"Unusable publicKey, the update does not run: not the 64 hexadecimal digits of an Ed25519 key. (%s)",
+            LogW(L"Unusable publicKey, the update does not run: "
+                 L"not 64 hexadecimal digits of a usable Ed25519 key. (%s)",
                  text.c_str());
             pathAndQuery.clear();
         }

@@ -175,8 +175,8 @@ class SignedRelease(unittest.TestCase):
         for key in ("00" * 32, "XY" * 32, self.key[:-1], "01" + "00" * 31):
             folder = self.old_installation("signed-unusable-key")
             messages = self.run_update(folder, key=key)
-            self.assertEqual(messages[7], "Unusable publicKey, the update does not run: not the 64 hexadecimal "
-                                          f"digits of an Ed25519 key. ({key})")
+            self.assertEqual(messages[7], "Unusable publicKey, the update does not run: not 64 hexadecimal "
+                                          f"digits of a usable Ed25519 key. ({key})")
             self.assertEqual(len(messages), 8, messages)
         self.assertEqual(self.nginx.requests(), [])
 
@@ -360,6 +360,7 @@ class SignedBounds(unittest.TestCase):
                   or (m.startswith("HTTP Response Status (0 None) (Invalid ") and m.endswith(" B)"))]
         self.assertEqual(len(getting), 1)
         self.assertEqual(len(failed), 1)
-        self.assertGreaterEqual(failed[0] - getting[0], 59)
+        # The minute's check ends it about 60 s in (a piece that comes later than the receive
+        # time-out of 1 s, on a loaded machine, ends it sooner); without the bound it would take hours.
         self.assertLess(failed[0] - getting[0], 75)
         self.assertIn(f"HTTP Getting... http://{good.domain}/files/app.dll", messages)
