@@ -3,6 +3,7 @@
 #include "json/value.h"
 #include "runtime/logger.h"
 #include "runtime/text.h"
+#include "share/signature.h"
 
 UpdaterConfig* updaterConfig = nullptr;
 std::wstring ProgramDirectory;
@@ -48,6 +49,22 @@ UpdaterConfig* ReadConfig(const wJsonObject& argument, std::wstring& pathAndQuer
     LogW(L"pathAndQuery: %s", pathAndQuery.c_str());
     LogW(L"argOrg: %s", config->argOrg.c_str());
     LogW(L"httpSharePort: %u", static_cast<unsigned>(config->httpSharePort));
+
+    // A key that is given must be usable: falling back to the unsigned mode would hand the
+    // installation to whoever can answer its requests.
+    if (const wJsonValue* key = argument.Get(L"publicKey")) {
+        std::wstring text = key->type == wJsonType::string ? argument.GetString(L"publicKey") : std::wstring();
+        static_assert(sizeof(config->publicKeyBytes) == kEd25519PublicKeySize, "an Ed25519 public key");
+        if (ReadPublicKeyHex(text, config->publicKeyBytes) && Ed25519PublicKeyUsable(config->publicKeyBytes)) {
+            config->publicKey = text;
+            LogW(L"publicKey: %s", text.c_str());
+        } else {
+            LogW(L"Unusable publicKey, the update does not run: "
+                 L"not 64 hexadecimal digits of a usable Ed25519 key. (%s)",
+                 text.c_str());
+            pathAndQuery.clear();
+        }
+    }
     return config;
 }
 

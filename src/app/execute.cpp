@@ -10,6 +10,9 @@
 #include "runtime/text.h"
 #include "share/download.h"
 #include "share/manifest_source.h"
+#include "share/safe_name.h"
+#include "share/sha256_file.h"
+#include "share/update_item.h"
 
 #include <windows.h>
 
@@ -44,7 +47,8 @@ bool Download(const std::wstring& stagingDirectory, const std::wstring& urlPrefi
     UpdaterConfig& config = *updaterConfig;
     std::wstring staged = FormatW(L"%s\\%s", stagingDirectory.c_str(), item.name.c_str());
     FileDigest digest = HashFile(staged);
-    if (EqualsNoCase(digest.hash, item.hash) && digest.size == item.size) {
+    if (EqualsNoCase(digest.hash, item.hash) && digest.size == item.size &&
+        (item.sha256.empty() || FileMatchesSha256(staged, item.sha256))) {
         LogW(L"Pass. %s", item.name.c_str());
         return true;
     }
@@ -103,11 +107,14 @@ void RunServices(const std::vector<std::wstring>& names, const wchar_t* verb, Re
         report(name.c_str(), RunNetCommand(verb, name));
 }
 
-void StartProgram(const wJsonObject& manifest)
+// False when the manifest's program was refused.
+bool StartProgram(const wJsonObject& manifest)
 {
     std::wstring exe = manifest.GetString(L"exe");
     if (exe.empty())
-        return;
+        return true;
+    if (!AcceptName(L"start", exe))
+        return false;
     std::wstring application = ProgramDirectory + ManifestPath(exe);
     std::wstring commandLine = application;
     std::wstring arg = manifest.GetString(L"arg");
@@ -126,9 +133,18 @@ void StartProgram(const wJsonObject& manifest)
     } else {
         LogW(L"Failed to create a process. (0x%08X) %s", GetLastError(), application.c_str());
     }
+    return true;
 }
 
 }  // namespace
+
+bool AcceptName(const wchar_t* use, const std::wstring& name)
+{
+    if (!updaterConfig->Signed() || IsSafeRelativeName(name))
+        return true;
+    LogW(L"Refused to %s %s: the name leads outside the program folder.", use, name.c_str());
+    return false;
+}
 
 bool ExecuteUpdateItems(const std::wstring& stagingDirectory, const wJsonObject& manifest)
 {
@@ -146,7 +162,7 @@ bool ExecuteUpdateItems(const std::wstring& stagingDirectory, const wJsonObject&
     for (UpdateItem& item : config.updateItems) {
         if (!Download(stagingDirectory, urlPrefix, item)) {
             LogW(L"Failed to download. (%s)", item.name.c_str());
-            return true;
+            return false;
         }
     }
 
@@ -161,7 +177,12 @@ bool ExecuteUpdateItems(const std::wstring& stagingDirectory, const wJsonObject&
         SignalPipe(name);
     KillProcessByName(StringList(manifest, L"kill"));
 
+    bool complete = true;
     for (const std::wstring& entry : StringList(manifest, L"delete")) {
+        if (!AcceptName(L"delete", entry)) {
+            complete = false;
+            continue;
+        }
         std::wstring path = ProgramDirectory + ManifestPath(entry);
         bool isFolder = false;
         if (!Exists(path, isFolder))
@@ -184,7 +205,7 @@ bool ExecuteUpdateItems(const std::wstring& stagingDirectory, const wJsonObject&
         else
             LogW(L"Failed to start %s service. (0x%08X)", name, result);
     });
-    StartProgram(manifest);
+    complete = StartProgram(manifest) && complete;
     DeleteTree(stagingDirectory);
-    return true;
+    return complete;
 }

@@ -11,5 +11,6 @@ struct UpdateItem;
 bool FetchManifest(const std::wstring& pathAndQuery, const std::wstring& domain);
 // "(local hash -> hash) (local size -> size) (name)"; a local size with all bits set shows as "_".
 std::wstring PlanLine(const UpdateItem& item);
-// Records the files that differ from the manifest and runs the update; true in every case.
+// Records the files that differ from the manifest and runs the update; true in every case. A
+// signed release that was applied whole is recorded as the installation's release.
 bool ProcessManifest(const wJsonObject& manifest);

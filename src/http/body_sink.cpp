@@ -23,10 +23,11 @@ BodySink::~BodySink()
     End();
 }
 
-void BodySink::Begin(const std::wstring& path, bool headRequest)
+void BodySink::Begin(const std::wstring& path, bool headRequest, int64_t limit)
 {
     outputPath = path;
     headOnly = headRequest;
+    bodyLimit = limit;
     head = ResponseHead();
     received = 0;
     writeBatchLength = 0;
@@ -40,7 +41,7 @@ int64_t BodySink::TakeHead(const char* bytes, size_t count)
     if (used == 0)
         return 0;
     head = std::move(parsed);
-    if (used < 0)
+    if (used < 0 || (bodyLimit >= 0 && !headOnly && head.expected > bodyLimit))
         return -1;
     bool announced = head.headers.count(L"Content-Length") != 0;
     if (announced && head.expected > 0 && outputPath.empty() && !headOnly) {

@@ -19,10 +19,12 @@ public:
     BodySink& operator=(const BodySink&) = delete;
 
     // Starts a response once the previous one has ended: its body goes to `outputPath` when that
-    // is not empty, else to memory; a response to HEAD has no body.
-    void Begin(const std::wstring& outputPath, bool headOnly);
+    // is not empty, else to memory; a response to HEAD has no body. A `bodyLimit` of 0 or more
+    // refuses at the head a body that is longer or does not announce its length.
+    void Begin(const std::wstring& outputPath, bool headOnly, int64_t bodyLimit = -1);
     // Reads the head from the first `count` received bytes: 0 while it is not complete, -1 when
-    // the response is refused (see ParseResponseHead, and a memory body too large to hold),
+    // the response is refused (see ParseResponseHead, a memory body too large to hold, and a body
+    // beyond the limit),
     // otherwise the number of bytes the head took. A body kept in memory gets its block here.
     int64_t TakeHead(const char* bytes, size_t count);
     // Delivers body bytes up to the announced length, at the rate allowed: the number taken, or
@@ -57,6 +59,7 @@ private:
     RateMeter& meter;
     std::wstring outputPath;
     bool headOnly = false;
+    int64_t bodyLimit = -1;
     wFile file;
     char* writeBatch = nullptr;     // pooled block of kWriteBatchSize: body bytes not yet written
     uint32_t writeBatchLength = 0;

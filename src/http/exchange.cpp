@@ -3,6 +3,7 @@
 // has arrived, the head parsed once complete, the rest handed to the body sink. Results are moved
 // only when the response is complete.
 #include "http/request.h"
+#include "runtime/clock.h"
 #include "runtime/pool.h"
 
 #include <cstring>
@@ -27,7 +28,7 @@ void HttpRequest::Exchange()
         return;
 
     rateActiveLimit = rateLimit;
-    sink.Begin(outputPath, headOnly);
+    sink.Begin(outputPath, headOnly, bodyLimit);
     auto* buffer = static_cast<char*>(PoolAlloc(PoolClassFor(kReceiveBufferSize)));
     if (Receive(buffer)) {
         status = sink.head.status;
@@ -45,7 +46,11 @@ bool HttpRequest::Receive(char* buffer)
 {
     size_t fill = 0;
     bool inHead = true;
+    uint64_t total = 0;
+    pace.Start(minimumRate, PerformanceMilliseconds());
     for (;;) {
+        if (!pace.Holds(total, PerformanceMilliseconds()))
+            return false;
         int got = connection.Receive(buffer + fill, kReceiveBufferSize - fill);
         if (got == 0)
             return false;
@@ -56,6 +61,7 @@ bool HttpRequest::Receive(char* buffer)
             continue;
         }
         fill += static_cast<size_t>(got);
+        total += static_cast<uint64_t>(got);
 
         if (inHead) {
             int64_t used = sink.TakeHead(buffer, fill);

@@ -29,6 +29,9 @@ void HttpRequest::Reset()
     rateLimit = 0;
     sendRaw = 0;
     noRedirect = 0;
+    redirectLimit = 0;
+    bodyLimit = -1;
+    minimumRate = 0;
     onComplete = nullptr;
     context = nullptr;
     ClearResults();
@@ -54,7 +57,7 @@ void HttpRequest::Execute(const std::wstring& text)
 
 void HttpRequest::Transfer(HttpUrl next)
 {
-    for (;;) {
+    for (uint32_t redirects = 0;; ++redirects) {
         target = next;
         if (!connection.Open(target.host, target.port))
             return;
@@ -71,5 +74,7 @@ void HttpRequest::Transfer(HttpUrl next)
         if (location == responseHeaders.end() || !next.Parse(location->second) || next.scheme != L"http://")
             return;
         ClearResults();
+        if (redirectLimit != 0 && redirects == redirectLimit)
+            return;
     }
 }

@@ -6,6 +6,7 @@
 #pragma once
 #include "http/body_sink.h"
 #include "http/connection.h"
+#include "http/minimum_rate.h"
 #include "http/rate_meter.h"
 #include "http/response_head.h"
 #include "http/url.h"
@@ -55,6 +56,10 @@ public:
 
     uint8_t sendRaw = 0;            // send `method` as raw bytes ahead of a head with an empty method
     uint8_t noRedirect = 0;
+    // Bounds for transfers from hosts that are not trusted; each failure leaves status 0.
+    uint32_t redirectLimit = 0;     // redirects followed at most, 0 = no limit
+    int64_t bodyLimit = -1;         // longest body, refused at the head (also one without a length); -1 = none
+    uint32_t minimumRate = 0;       // bytes per second every minute of a pass must average, 0 = none
     void (*onComplete)(HttpRequest* request) = nullptr;
     void* context = nullptr;        // the caller's own pointer for onComplete
 
@@ -87,4 +92,5 @@ private:
     HttpUrl target;
     HttpConnection connection;
     BodySink sink{*this};
+    MinimumRate pace;
 };

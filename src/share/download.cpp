@@ -5,6 +5,7 @@
 #include "runtime/logger.h"
 #include "runtime/random_pick.h"
 #include "runtime/text.h"
+#include "share/sha256_file.h"
 #include "share/update_item.h"
 
 #include <windows.h>
@@ -24,6 +25,13 @@ std::wstring DownloadUrl(const std::wstring& host, bool isServer, const std::wst
     for (const std::wstring& component : SplitText(name, L"\\", false, false))
         url += L"/" + Utf8ToWide(PercentEncode(WideToUtf8(component)));
     return url;
+}
+
+void BoundSignedTransfer(HttpRequest& http, int64_t bodyLimit)
+{
+    http.redirectLimit = 10;
+    http.bodyLimit = bodyLimit;
+    http.minimumRate = 1024;
 }
 
 bool DownloadFromSources(RandomPick& hosts, std::vector<std::wstring>& servers, const DownloadRequest& request)
@@ -71,6 +79,8 @@ bool DownloadFromHost(const DownloadRequest& request, const std::wstring& host, 
         http.connectTimeoutMs = request.connectTimeoutOverride;
     if (request.receiveTimeoutOverride != 0)
         http.receiveTimeoutMs = request.receiveTimeoutOverride;
+    if (!request.item.sha256.empty())
+        BoundSignedTransfer(http, static_cast<int64_t>(std::min<uint64_t>(request.item.size, INT64_MAX)));
     http.Execute(url);
 
     int64_t received = http.responseBodyLength;
@@ -81,7 +91,8 @@ bool DownloadFromHost(const DownloadRequest& request, const std::wstring& host, 
         if (length != http.responseHeaders.end() && ParseInteger(length->second, 10) == received &&
             FileSize(request.destinationPath, onDisk) && onDisk == static_cast<uint64_t>(received)) {
             request.digest = HashFile(request.destinationPath);
-            valid = request.digest.hash == request.item.hash && request.digest.size == request.item.size;
+            valid = request.digest.hash == request.item.hash && request.digest.size == request.item.size &&
+                    (request.item.sha256.empty() || FileMatchesSha256(request.destinationPath, request.item.sha256));
         }
     } else {
         DeleteFileW(request.destinationPath.c_str());

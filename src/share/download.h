@@ -1,5 +1,6 @@
 // Verified downloads: one file of the manifest fetched from a list of hosts (peers or update
-// servers) into its place on disk, valid only when status, length, size and SHA-1 all agree.
+// servers) into its place on disk, valid only when status, length, size and SHA-1 all agree, and
+// the SHA-256 too for an item of a signed release.
 #pragma once
 #include "share/digest.h"
 
@@ -7,8 +8,16 @@
 #include <string>
 #include <vector>
 
+class HttpRequest;
 struct RandomPick;
 struct UpdateItem;
+
+// The longest manifest or signature a signed release may have.
+constexpr int64_t kMaxSignedText = int64_t(64) << 20;
+
+// The bounds of signed mode on one request: at most 10 redirects, a body of at most `bodyLimit`
+// bytes refused at the head when longer, and at least 1 KiB/s over every minute.
+void BoundSignedTransfer(HttpRequest& http, int64_t bodyLimit);
 
 struct DownloadRequest {
     std::wstring destinationPath;
@@ -25,7 +34,7 @@ struct DownloadRequest {
 // use (a host among them gets the URL prefix); every one that fails is taken out of it.
 bool DownloadFromSources(RandomPick& hosts, std::vector<std::wstring>& servers, const DownloadRequest& request);
 // One attempt from one host; a host of `servers` that fails is taken out of it, so that the
-// caller does not ask it again.
+// caller does not ask it again. An item of a signed release is fetched within the signed bounds.
 bool DownloadFromHost(const DownloadRequest& request, const std::wstring& host, std::vector<std::wstring>& servers);
 // Every byte outside A-Z a-z 0-9 * - _ . ~ becomes "%XX".
 std::string PercentEncode(const std::string& bytes);

@@ -99,6 +99,7 @@ bool ReadManifestFiles(const wJsonObject& manifest, std::vector<ManifestFile>& f
         entry.name = ManifestPath(file.GetString(L"n"));
         entry.hash = file.GetString(L"h");
         entry.size = SizeFromNumber(static_cast<const wJsonNumber*>(s)->Value());
+        entry.sha256 = file.GetString(L"sha256");
         files.push_back(std::move(entry));
     }
     return true;

@@ -10,11 +10,13 @@
 class wJsonObject;
 struct RandomPick;
 
-// One listed file: "n" with '/' turned into '\', "h" as written, "s" as an unsigned size.
+// One listed file: "n" with '/' turned into '\', "h" as written, "s" as an unsigned size, and
+// "sha256" as written when it is a string (a signed release requires it).
 struct ManifestFile {
     std::wstring name;
     std::wstring hash;
     uint64_t size = 0;
+    std::wstring sha256;
 };
 
 // One GET of "http://" domain pathAndQuery, logged as "HTTP Getting... %s" and

@@ -120,7 +120,8 @@ bool ApplyPeerAnswer(const unsigned char* bytes, size_t count, uint32_t sender, 
         // A hash of any other length cannot stand for the item's SHA-1: the record is skipped.
         if (!item || (version >= 2 && hashLength != kHashBytes))
             continue;
-        if (version >= 2) {
+        // The hash and size of a signed release are the publisher's: a peer only carries bytes.
+        if (version >= 2 && item->sha256.empty()) {
             item->hash = BytesToHex(hash, kHashBytes);
             item->size = size;
         }

@@ -16,8 +16,8 @@ std::string PeerPrefix(uint16_t port);
 std::vector<std::string> BuildPeerQueries(const std::list<UpdateItem>& items, uint16_t port);
 // Reads one received datagram of `count` bytes: for every record naming an item, the sender
 // (IPv4, network byte order) becomes a peer of it, and an answer of version 2 or later replaces
-// the item's expected hash and size. Reads nothing beyond `count` bytes; false when the datagram
-// is not an answer with this prefix.
+// the item's expected hash and size, unless the item carries the SHA-256 of a signed release.
+// Reads nothing beyond `count` bytes; false when the datagram is not an answer with this prefix.
 bool ApplyPeerAnswer(const unsigned char* bytes, size_t count, uint32_t sender, const std::string& prefix,
                      std::list<UpdateItem>& items);
 // Asks the local networks on `port` for the items: query bursts at about 0, 200 and 400 ms,

@@ -7,7 +7,8 @@
 
 struct UpdateItem {
     std::wstring name;       // "n" with '/' turned into '\'
-    std::wstring hash;       // "h" as in the manifest (a peer's answer may replace it)
+    std::wstring hash;       // "h" as in the manifest (a peer's answer may replace it, unless signed)
+    std::wstring sha256;     // "sha256" of a signed release, empty otherwise; pins hash and size
     std::wstring localHash;  // SHA-1 of the file on disk, or 40 underscores
     uint64_t size = 0;       // "s"
     uint64_t localSize = 0;

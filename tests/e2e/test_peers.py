@@ -3,8 +3,9 @@ updater runs in its own namespace with its own Wine prefix and server; update se
 run in theirs. Covered: the query datagrams on the wire, field by field; three bursts about
 200 ms apart and the end near 500 ms when nobody answers; the end as soon as every item is
 answered; downloads from a peer; the server when a peer serves a wrong file or is gone; a
-version-2 answer replacing the expected hash and size; no datagram when "httpSharePort" is 0 or
-nothing needs an update; one socket per interface.
+version-2 answer replacing the expected hash and size, and in signed mode ("publicKey") the same
+hostile answer changing nothing, its file refused and the server's taken; no datagram when
+"httpSharePort" is 0 or nothing needs an update; one socket per interface.
 
 Layout (namespaces vey<pid><role>, addresses 10.77.x.y/24):
   u  the updater: 10.77.1.1 on LAN 1 and 10.77.2.1 on LAN 2
@@ -17,6 +18,7 @@ import json
 import os
 import shutil
 import struct
+import subprocess
 import unittest
 
 import netns
@@ -253,6 +255,42 @@ class PeerSharing(unittest.TestCase):
         ])
         self.assertEqual(read(os.path.join(folder, "_update", "a.txt")), offered_a)
         self.assertEqual(read(os.path.join(folder, "a.txt")), old_a)
+
+    def test_signed_release_refuses_the_hostile_peers_file_and_fetches_from_the_server(self):
+        # The same hostile answer as above, against a signed release: the expected hash and size
+        # stay the publisher's, the peer's bytes fail them and the server's file is installed.
+        data, hostile = b"manifest a\n", b"hostile  a\n"
+        tools = os.path.join(os.path.dirname(__file__), "..", "..", "tools", "make-manifest")
+        write(os.path.join(self.serve, "files", "a.txt"), data)
+        key_path = os.path.join(self.serve, "release.key")
+        key = subprocess.run([tools, "--make-key", key_path], check=True, stdout=subprocess.PIPE,
+                             text=True).stdout.strip()
+        subprocess.run([tools, os.path.join(self.serve, "files"), "-o", os.path.join(self.serve, "m.json"),
+                        "--url-prefix", "/files", "--key", key_path, "--version", "4"], check=True)
+        self.server = Nginx(self.serve, SERVER, namespaces["l"])
+        self.addCleanup(self.server.stop)
+        self.start_peer("p", PEER_P, offers={"a.txt": (2, sha1(hostile), len(hostile))}, files={"/a.txt": hostile})
+        folder = make_app_folder("peers-signed")
+        write(os.path.join(folder, "a.txt"), b"old a\n")
+        argument = {"domains": [self.server.domain], "pathAndQuery": "/m.json", "httpSharePort": SHARE_PORT,
+                    "publicKey": key}
+        code, _ = wine.run(os.path.join(folder, "VeyUpdater.exe"), [quote_argument(json.dumps(argument))])
+        self.assertEqual(code, 0)
+
+        messages = [message for _, message in read_log_entries(folder)]
+        self.assertEqual(messages[7], f"publicKey: {key}")
+        self.assertEqual(messages[13], f"({sha1(b'old a' + bytes([10]))} -> {sha1(data)}) (6 B -> 11 B) (a.txt)")
+        start = messages.index("Created _update directory.")
+        self.assertEqual(messages[start + 1:], [
+            f"Peers for (a.txt) ({PEER_P})",
+            f"HTTP Getting... http://{PEER_P}:{SHARE_PORT}/a.txt",
+            "HTTP Response Status (200 OK) (Invalid 11 B)",
+            f"HTTP Getting... {self.server_url('a.txt')}",
+            "HTTP Response Status (200 OK) (Valid 11 B)",
+            f"Replaced {windows_path(folder)}\\a.txt",
+            "Recorded release version 4.",
+        ])
+        self.assertEqual(read(os.path.join(folder, "a.txt")), data)
 
     def test_no_datagram_when_the_share_port_is_zero(self):
         files = {"a.txt": b"new a\n"}

@@ -474,6 +474,44 @@ TEST(HttpWire, Moved301ToHttpIsFollowedThroughAChain)
     EXPECT_EQ(server.Finish().size(), 3u);
 }
 
+TEST(HttpWire, RedirectLimitEndsTheChainWithStatusZero)
+{
+    ScriptServer server;
+    std::vector<Script> scripts;
+    for (int i = 0; i < 3; ++i)
+        scripts.push_back(Send(Redirect(302, server.Url(L"/again"))));
+    server.Start(scripts);
+    HttpRequest request;
+    request.redirectLimit = 2;
+    request.Execute(server.Url(L"/a"));
+    EXPECT_EQ(request.status, 0u);
+    EXPECT_TRUE(request.responseHeaders.empty());
+    EXPECT_EQ(server.Finish().size(), 3u);
+    EXPECT_FALSE(server.HasExtraConnection());
+}
+
+TEST(HttpWire, BodyLimitRefusesALongerOrUnannouncedBodyAtTheHead)
+{
+    for (const std::string& answer : {Ok("12345"), std::string("HTTP/1.1 200 OK\r\n\r\n12345")}) {
+        ScriptServer server;
+        server.Start({Send(answer)});
+        HttpRequest request;
+        request.bodyLimit = 4;
+        request.Execute(server.Url(L"/a"));
+        EXPECT_EQ(request.status, 0u);
+        EXPECT_EQ(request.Sink().received, 0);
+        server.Finish();
+    }
+    ScriptServer server;
+    server.Start({Send(Ok("1234"))});
+    HttpRequest request;
+    request.bodyLimit = 4;
+    request.Execute(server.Url(L"/a"));
+    EXPECT_EQ(request.status, 200u);
+    EXPECT_EQ(Body(request), "1234");
+    server.Finish();
+}
+
 TEST(HttpWire, Moved301ToHttpsIsNotFollowed)
 {
     ScriptServer server;

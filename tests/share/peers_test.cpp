@@ -247,6 +247,15 @@ TEST_F(PeerAnswer, VersionTwoReplacesHashAndSize)
     EXPECT_EQ(First().size, 5u);
 }
 
+TEST_F(PeerAnswer, ItemOfASignedReleaseKeepsItsHashAndSize)
+{
+    Second().sha256 = std::wstring(64, L'A');
+    EXPECT_TRUE(Apply(Answer(2, {{kHashAbc, "dir\\\xC3\xA9.bin", 0x1122334455667788ull}}), items));
+    EXPECT_EQ(Second().peers, std::set<uint32_t>{kSender});
+    EXPECT_EQ(Second().hash, kOldHash);
+    EXPECT_EQ(Second().size, 20u);
+}
+
 TEST_F(PeerAnswer, SeveralRecordsAndSendersMakeAnOrderedSetOfPeers)
 {
     std::string answer = Answer(1, {{"", "a.txt", 0}, {"", "dir\\\xC3\xA9.bin", 0}, {"", "a.txt", 0}});

@@ -95,7 +95,8 @@ http {{
 
 
 class ScriptedServer:
-    """Answers every connection with `answer(request_head)` (bytes) and closes; records the heads.
+    """Answers every connection with `answer(request_head)` (bytes, or an iterable of bytes sent piece
+    by piece) and closes; records the heads.
     Listens on 127.0.0.1 unless given a listening socket opened elsewhere (in a namespace)."""
 
     def __init__(self, answer, listener=None):
@@ -131,7 +132,10 @@ class ScriptedServer:
                             break
                         head += data
                     self.heads.append(head)
-                    connection.sendall(self.answer(head))
+                    reply = self.answer(head)
+                    # An answer is bytes, or pieces (a generator may pause between them).
+                    for piece in [reply] if isinstance(reply, bytes) else reply:
+                        connection.sendall(piece)
                 except OSError:
                     pass
 
