@@ -1,0 +1,76 @@
+// Fuzz target of signed mode's verification: the input is a public key (32 bytes), a signature
+// (64 bytes, R then S) and the message (the rest), each in a block of exactly its size. A key that
+// verifies must be usable and S below the group order. The same input is also hashed with SHA-256
+// and SHA-512 in one call and in two parts, split where the first two bytes say; the digests must
+// agree (SHA-256 with the portable block function once and the fastest one the other time).
+#include "share/ed25519.h"
+#include "share/sha256.h"
+#include "share/sha512.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+namespace {
+
+[[noreturn]] void Fail(const char* what)
+{
+    std::fprintf(stderr, "ed25519: %s\n", what);
+    std::abort();
+}
+
+std::unique_ptr<uint8_t[]> Exact(const uint8_t* data, size_t size)
+{
+    auto block = std::make_unique<uint8_t[]>(size);
+    if (size)
+        std::memcpy(block.get(), data, size);
+    return block;
+}
+
+void CheckDigests(const uint8_t* data, size_t size, size_t split)
+{
+    uint8_t whole256[kSha256DigestSize], parts256[kSha256DigestSize];
+    Sha256Buffer(data, size, whole256, Sha256CompressPortable);
+    Sha256Context context256;
+    Sha256Init(context256);
+    Sha256Update(context256, data, split);
+    Sha256Update(context256, data + split, size - split);
+    Sha256Final(context256, parts256);
+    if (std::memcmp(whole256, parts256, sizeof whole256) != 0)
+        Fail("the SHA-256 digests disagree");
+
+    uint8_t whole512[kSha512DigestSize], parts512[kSha512DigestSize];
+    Sha512Buffer(data, size, whole512);
+    Sha512Context context512;
+    Sha512Init(context512);
+    Sha512Update(context512, data, split);
+    Sha512Update(context512, data + split, size - split);
+    Sha512Final(context512, parts512);
+    if (std::memcmp(whole512, parts512, sizeof whole512) != 0)
+        Fail("the SHA-512 digests disagree");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    if (size >= 2)
+        CheckDigests(data, size, (static_cast<size_t>(data[0]) << 8 | data[1]) % (size + 1));
+    if (size < kEd25519PublicKeySize + kEd25519SignatureSize)
+        return 0;
+    auto key = Exact(data, kEd25519PublicKeySize);
+    auto signature = Exact(data + kEd25519PublicKeySize, kEd25519SignatureSize);
+    size_t length = size - kEd25519PublicKeySize - kEd25519SignatureSize;
+    auto message = Exact(data + kEd25519PublicKeySize + kEd25519SignatureSize, length);
+    bool usable = Ed25519PublicKeyUsable(key.get());
+    bool verified = Ed25519Verify(key.get(), message.get(), length, signature.get());
+    if (verified && !usable)
+        Fail("a signature verified under an unusable key");
+    // The group order L is just above 2^252: an S at or above 2^253 can never be below it.
+    if (verified && (signature[kEd25519SignatureSize - 1] & 0xE0) != 0)
+        Fail("a signature verified with S above the group order");
+    return 0;
+}
