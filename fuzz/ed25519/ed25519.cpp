@@ -30,27 +30,32 @@ std::unique_ptr<uint8_t[]> Exact(const uint8_t* data, size_t size)
     return block;
 }
 
+// Feeds the input in two parts, split at `split`, and compares the digest with the one-call `whole`.
+template <size_t kDigestSize, class Context, class Init, class Update, class Final>
+void CheckSplit(const char* what, const uint8_t* whole, Init init, Update update, Final final, const uint8_t* data,
+                size_t size, size_t split)
+{
+    Context context;
+    init(context);
+    update(context, data, split);
+    update(context, data + split, size - split);
+    uint8_t parts[kDigestSize];
+    final(context, parts);
+    if (std::memcmp(whole, parts, kDigestSize) != 0)
+        Fail(what);
+}
+
 void CheckDigests(const uint8_t* data, size_t size, size_t split)
 {
-    uint8_t whole256[kSha256DigestSize], parts256[kSha256DigestSize];
+    uint8_t whole256[kSha256DigestSize];
     Sha256Buffer(data, size, whole256, Sha256CompressPortable);
-    Sha256Context context256;
-    Sha256Init(context256);
-    Sha256Update(context256, data, split);
-    Sha256Update(context256, data + split, size - split);
-    Sha256Final(context256, parts256);
-    if (std::memcmp(whole256, parts256, sizeof whole256) != 0)
-        Fail("the SHA-256 digests disagree");
-
-    uint8_t whole512[kSha512DigestSize], parts512[kSha512DigestSize];
+    CheckSplit<kSha256DigestSize, Sha256Context>("the SHA-256 digests disagree", whole256,
+                                                 [](Sha256Context& context) { Sha256Init(context); }, Sha256Update,
+                                                 Sha256Final, data, size, split);
+    uint8_t whole512[kSha512DigestSize];
     Sha512Buffer(data, size, whole512);
-    Sha512Context context512;
-    Sha512Init(context512);
-    Sha512Update(context512, data, split);
-    Sha512Update(context512, data + split, size - split);
-    Sha512Final(context512, parts512);
-    if (std::memcmp(whole512, parts512, sizeof whole512) != 0)
-        Fail("the SHA-512 digests disagree");
+    CheckSplit<kSha512DigestSize, Sha512Context>("the SHA-512 digests disagree", whole512, Sha512Init, Sha512Update,
+                                                 Sha512Final, data, size, split);
 }
 
 }  // namespace
