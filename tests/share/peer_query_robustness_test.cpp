@@ -2,9 +2,8 @@
 // that it ends where a no-access page begins, so a read past the received bytes faults. Each round
 // checks what the reader may return; the seed is fixed and printed.
 #include <gtest/gtest.h>
-#include "share/datagram_fields.h"
 #include "share/peer_query.h"
-#include "support/fuzz.h"
+#include "support/datagrams.h"
 
 #include <cstdio>
 #include <string>
@@ -20,13 +19,6 @@ const char* const kOtherPrefixes[] = {"wHttpShare8091", "wHttpShare809", "", "WH
 const uint8_t kVersions[] = {0, 1, 2, 2, 2, 2, 3, 255};
 const uint8_t kOtherKinds[] = {0, 2, 3, 255};
 
-std::string BigEndian(uint64_t value, int bytes)
-{
-    std::string out;
-    PutBigEndian(out, value, bytes);
-    return out;
-}
-
 std::string MakeQuery(Random& random)
 {
     std::string prefix = random.OneIn(10) ? random.Pick(kOtherPrefixes) : kPrefix;
@@ -41,31 +33,7 @@ std::string MakeQuery(Random& random)
         datagram += '\x01' + BigEndian(static_cast<uint64_t>(random.Below(0xFFFFFFFFu)) << 20, 8);
     }
     datagram += '\0';
-    uint64_t length = datagram.size();
-    if (random.OneIn(6)) {
-        const uint64_t choices[] = {length - 1, length + 1, 0, 0xFFFFFFFFu, random.Below(4096)};
-        length = random.Pick(choices);
-    }
-    if (datagram.size() >= prefix.size() + 6)
-        datagram.replace(prefix.size() + 2, 4, BigEndian(length, 4));
-    for (uint32_t n = random.OneIn(3) ? random.Below(4) : 0; n > 0 && !datagram.empty(); --n) {
-        size_t at = random.Below(static_cast<uint32_t>(datagram.size()));
-        switch (random.Below(4)) {
-        case 0:
-            datagram[at] = static_cast<char>(random.Below(256));
-            break;
-        case 1:
-            datagram.resize(at);
-            break;
-        case 2:
-            datagram.insert(at, random.Bytes(1 + random.Below(8)));
-            break;
-        default:
-            datagram.erase(at, 1 + random.Below(8));
-            break;
-        }
-    }
-    return datagram.substr(0, kReceiveSize);
+    return Garble(random, datagram, prefix.size(), kReceiveSize);
 }
 
 // A query the reader must take: the prefix, version 2 or later, the query kind and a length
@@ -76,9 +44,7 @@ bool Acceptable(const std::string& datagram)
     if (datagram.size() < header || datagram.compare(0, kPrefix.size(), kPrefix) != 0 ||
         static_cast<unsigned char>(datagram[kPrefix.size()]) < 2 || datagram[kPrefix.size() + 1] != 1)
         return false;
-    uint64_t length = 0;
-    for (size_t i = 0; i < 4; ++i)
-        length = length << 8 | static_cast<unsigned char>(datagram[kPrefix.size() + 2 + i]);
+    uint64_t length = LengthField(datagram, kPrefix.size());
     return length >= header && length <= datagram.size();
 }
 

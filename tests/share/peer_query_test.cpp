@@ -2,10 +2,10 @@
 // record for record, every way a query can be broken, and answers that the updater applies.
 #include <gtest/gtest.h>
 #include "share/update_item.h"
-#include "share/datagram_fields.h"
 #include "share/peer_query.h"
 #include "share/peers.h"
 #include "runtime/text.h"
+#include "support/datagrams.h"
 
 #include <cstring>
 #include <list>
@@ -41,13 +41,6 @@ void ExpectRecordIs(const PeerRecord& record, const UpdateItem& item)
     EXPECT_EQ(record.name, item.name);
     EXPECT_EQ(BytesToHex(record.hash.data(), record.hash.size()), item.hash);
     EXPECT_EQ(record.size, item.size);
-}
-
-std::string BigEndian(uint64_t value, int bytes)
-{
-    std::string out;
-    PutBigEndian(out, value, bytes);
-    return out;
 }
 
 void SetLength(std::string& datagram, uint64_t length)

@@ -4,9 +4,8 @@
 // seed is fixed and printed.
 #include <gtest/gtest.h>
 #include "runtime/clock.h"
-#include "share/datagram_fields.h"
 #include "share/peers.h"
-#include "support/fuzz.h"
+#include "support/datagrams.h"
 
 #include <cstdio>
 #include <string>
@@ -28,13 +27,6 @@ const uint8_t kOtherKinds[] = {0, 1, 3, 255};
 const std::string kNames[] = {"a.txt", "dir\\b.bin", "\xC3\xA9t\xC3\xA9.dat", "A.TXT", "dir/b.bin", "a.tx",
                               "a.txt.", "", "\xFF\xFE", "\xC3", std::string("a\0txt", 5)};
 const size_t kItemCount = 3;
-
-std::string BigEndian(uint64_t value, int bytes)
-{
-    std::string out;
-    PutBigEndian(out, value, bytes);
-    return out;
-}
 
 uint64_t RandomSize(Random& random)
 {
@@ -61,38 +53,7 @@ std::string MakeAnswer(Random& random)
     uint32_t countField = random.OneIn(8) ? (random.OneIn(2) ? 0xFFFFFFFFu : random.Below(50)) : records;
     std::string datagram = prefix + static_cast<char>(version) + static_cast<char>(kind) + BigEndian(0, 4) +
                            BigEndian(countField, 4) + body;
-    uint64_t length = datagram.size();
-    if (random.OneIn(6)) {
-        const uint64_t choices[] = {length - 1, length + 1, 0, 0xFFFFFFFFu, random.Below(4096)};
-        length = random.Pick(choices);
-    }
-    if (datagram.size() >= prefix.size() + 6)
-        datagram.replace(prefix.size() + 2, 4, BigEndian(length, 4));
-
-    for (uint32_t n = random.OneIn(3) ? random.Below(4) : 0; n > 0; --n) {
-        size_t at = datagram.empty() ? 0 : random.Below(static_cast<uint32_t>(datagram.size()));
-        switch (random.Below(5)) {
-        case 0:
-            if (!datagram.empty())
-                datagram[at] = static_cast<char>(random.Below(256));
-            break;
-        case 1:
-            datagram.resize(at);
-            break;
-        case 2:
-            datagram.insert(at, random.Bytes(1 + random.Below(8)));
-            break;
-        case 3:
-            datagram.erase(at, 1 + random.Below(8));
-            break;
-        default:
-            datagram.insert(at, datagram.substr(at, random.Below(32)));
-            break;
-        }
-    }
-    if (datagram.size() > kReceiveSize)
-        datagram.resize(kReceiveSize);
-    return datagram;
+    return Garble(random, datagram, prefix.size(), kReceiveSize);
 }
 
 // What the handler must accept: the prefix, a whole header with a length that fits, an answer
@@ -103,9 +64,7 @@ bool Acceptable(const std::string& datagram)
     if (datagram.size() < header + 4 || datagram.compare(0, kPrefix.size(), kPrefix) != 0 ||
         datagram[kPrefix.size() + 1] != 2)
         return false;
-    uint64_t length = 0;
-    for (size_t i = 0; i < 4; ++i)
-        length = length << 8 | static_cast<unsigned char>(datagram[kPrefix.size() + 2 + i]);
+    uint64_t length = LengthField(datagram, kPrefix.size());
     return length <= datagram.size();
 }
 

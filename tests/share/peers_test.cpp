@@ -2,6 +2,7 @@
 // answers of both versions applied to the items, including the ones that must change nothing.
 #include <gtest/gtest.h>
 #include "share/peers.h"
+#include "support/datagrams.h"
 
 #include <cstring>
 #include <string>
@@ -20,14 +21,6 @@ UpdateItem Item(const std::wstring& name, const std::wstring& hash, uint64_t siz
     item.hash = hash;
     item.size = size;
     return item;
-}
-
-std::string BigEndian(uint64_t value, int bytes)
-{
-    std::string out;
-    for (int i = bytes - 1; i >= 0; --i)
-        out += static_cast<char>(value >> (8 * i));
-    return out;
 }
 
 uint32_t LengthField(const std::string& datagram)
