@@ -47,17 +47,20 @@ fuzz() {
     "$FUZZ_BUILD/fuzz_$name" -max_total_time="$seconds" -dict="$ROOT/fuzz/$name/$name.dict" \
         -artifact_prefix="$FUZZ_BUILD/crash/$name-" -print_final_stats=1 "$@" \
         "$work" "$ROOT/fuzz/$name/corpus" >"$log" 2>&1 || status=$?
-    local crashes
-    crashes=$(grep -c '^artifact_prefix=.*Test unit written to' "$log" || true)
-    awk -v name="$name" -v seconds="$seconds" -v crashes="$crashes" '
+    # A slow unit is written like a crash but is only an input that took over 10 s once (on a
+    # busy machine, often one that starved the run); it is counted apart.
+    local crashes slow
+    crashes=$(grep -cE '^artifact_prefix=.*Test unit written to .*-(crash|leak|timeout|oom)-' "$log" || true)
+    slow=$(grep -cE '^artifact_prefix=.*Test unit written to .*-slow-unit-' "$log" || true)
+    awk -v name="$name" -v seconds="$seconds" -v crashes="$crashes" -v slow="$slow" '
         /INITED/ && start == "" { for (i = 1; i < NF; ++i) if ($i == "cov:") start = $(i + 1) }
         /^#[0-9]+\t/ { for (i = 1; i < NF; ++i) { if ($i == "cov:") end = $(i + 1); if ($i == "corp:") corpus = $(i + 1) } }
         /^stat::number_of_executed_units:/ { runs = $2 }
         /^stat::average_exec_per_sec:/ { rate = $2 }
         END {
             sub(/\/.*/, "", corpus)
-            printf "target %s: %s s, %s runs, %s exec/s, cov %s at start, %s at end, corpus %s files, crashes %d\n",
-                   name, seconds, runs, rate, start, end, corpus, crashes
+            printf "target %s: %s s, %s runs, %s exec/s, cov %s at start, %s at end, corpus %s files, crashes %d, slow units %d\n",
+                   name, seconds, runs, rate, start, end, corpus, crashes, slow
         }' "$log"
     if [ "$status" -ne 0 ]; then
         grep -E '^(==[0-9]+==ERROR|SUMMARY|.*runtime error|artifact_prefix)' "$log" >&2 || tail -n 40 "$log" >&2
