@@ -6,6 +6,7 @@
 #include "runtime/text.h"
 #include "share/manifest_source.h"
 #include "share/sha1.h"
+#include "support/test_path.h"
 
 #include <windows.h>
 
@@ -25,7 +26,7 @@ protected:
     void SetUp() override
     {
         IocpStart();
-        folder = GetDirectoryPart(GetModulePath()) + L"\\catalogue-test";
+        folder = TestPath(L"catalogue-");
         root = folder + L"\\root\\";
         CreateDirectoryW(folder.c_str(), nullptr);
         CreateDirectoryW(root.c_str(), nullptr);

@@ -3,6 +3,7 @@
 #include "runtime/crash.h"
 #include "runtime/handles.h"
 #include "runtime/text.h"
+#include "support/test_path.h"
 
 #include <windows.h>
 #include <dbghelp.h>
@@ -43,9 +44,7 @@ class CrashTest : public testing::Test {
 protected:
     void SetUp() override
     {
-        // One folder per test, since the tests may run at the same time in separate processes.
-        folder = GetDirectoryPart(GetModulePath()) + L"\\crash-test-" +
-                 Utf8ToWide(testing::UnitTest::GetInstance()->current_test_info()->name());
+        folder = TestPath(L"crash-test-");
         CreateDirectoryW(folder.c_str(), nullptr);
         for (const auto& name : CrashFiles())
             DeleteFileW((folder + L"\\" + name).c_str());

@@ -3,6 +3,7 @@
 #include "runtime/file.h"
 #include "runtime/iocp.h"
 #include "runtime/text.h"
+#include "support/test_path.h"
 
 #include <windows.h>
 #include <string>
@@ -15,9 +16,7 @@ protected:
     void SetUp() override
     {
         IocpStart();
-        // One file per test, since the tests may run at the same time in separate processes.
-        path = GetDirectoryPart(GetModulePath()) + L"\\file_test_" +
-               Utf8ToWide(testing::UnitTest::GetInstance()->current_test_info()->name()) + L".bin";
+        path = TestPath(L"file_test_", L".bin");
         DeleteFileW(path.c_str());
     }
     void TearDown() override

@@ -4,6 +4,7 @@
 #include "runtime/text.h"
 #include "share/digest.h"
 #include "share/sha1.h"
+#include "support/test_path.h"
 
 #include <windows.h>
 #include <algorithm>
@@ -48,7 +49,7 @@ protected:
     void SetUp() override
     {
         IocpStart();
-        base = GetDirectoryPart(GetModulePath()) + L"\\digest-test";
+        base = TestPath(L"digest-");
         CreateDirectoryW(base.c_str(), nullptr);
     }
     void TearDown() override { IocpShutdown(); }
