@@ -28,7 +28,7 @@ void HttpRequest::Exchange()
         return;
 
     rateActiveLimit = rateLimit;
-    sink.Begin(outputPath, headOnly, bodyLimit);
+    sink.Begin(outputPath, headOnly, bodyLimit, writtenBody);
     auto* buffer = static_cast<char*>(PoolAlloc(PoolClassFor(kReceiveBufferSize)));
     if (Receive(buffer)) {
         status = sink.head.status;

@@ -5,7 +5,12 @@
 #include "runtime/random_pick.h"
 #include "runtime/text.h"
 #include "share/download.h"
+#include "share/sha1.h"
+#include "share/sha256.h"
+#include "share/signature.h"
 #include "share/update_item.h"
+
+#include <random>
 
 TEST(DownloadUrl, ServerWithPrefixAndPeerFromTheRoot)
 {
@@ -47,6 +52,29 @@ namespace {
 std::string Response(const std::string& status, const std::string& body)
 {
     return "HTTP/1.1 " + status + "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+}
+
+std::string RandomBytes(size_t count, unsigned seed)
+{
+    std::mt19937 random(seed);
+    std::string bytes(count, '\0');
+    for (auto& c : bytes)
+        c = static_cast<char>(random() & 0xFF);
+    return bytes;
+}
+
+std::wstring Sha1Text(const std::string& bytes)
+{
+    uint8_t digest[kSha1DigestSize];
+    Sha1Buffer(bytes.data(), bytes.size(), digest);
+    return BytesToHex(digest, sizeof(digest));
+}
+
+std::wstring Sha256Text(const std::string& bytes)
+{
+    uint8_t digest[kSha256DigestSize];
+    Sha256Buffer(bytes.data(), bytes.size(), digest);
+    return Sha256ToText(digest);
 }
 
 std::wstring Host(const ScriptServer& server)
@@ -150,4 +178,56 @@ TEST_F(DownloadTest, PeerOverridesReplaceTheTimeouts)
     EXPECT_GE(elapsed, 150u);
     EXPECT_LT(elapsed, 900u);
     silent.Finish();
+}
+
+TEST_F(DownloadTest, DigestOfAValidDownloadIsThatOfTheFileOnDisk)
+{
+    // Several write batches, the last one partial.
+    std::string body = RandomBytes(3 * 1024 * 1024 + 1001, 21);
+    item.hash = Sha1Text(body);
+    item.size = body.size();
+    ScriptServer server;
+    server.Start({Script{{Chunk{Response("200 OK", body)}}}});
+    RandomPick hosts;
+    hosts.items = {Host(server)};
+    FileDigest digest;
+    bool done = false;
+    uint32_t zero = 0;
+    std::wstring path = folder + L"\\f.bin";
+    DownloadRequest request{path, L"/", item, zero, zero, digest, done};
+    EXPECT_TRUE(DownloadFromSources(hosts, servers, request));
+    EXPECT_TRUE(done);
+    server.Finish();
+    EXPECT_EQ(digest.hash, item.hash);
+    EXPECT_EQ(digest.size, body.size());
+    FileDigest onDisk = HashFile(path);
+    EXPECT_EQ(onDisk.hash, digest.hash);
+    EXPECT_EQ(onDisk.size, digest.size);
+}
+
+TEST_F(DownloadTest, SignedItemIsValidOnlyWithTheSha256OfItsBytes)
+{
+    std::string body = RandomBytes(1024 * 1024 + 3, 22);
+    item.hash = Sha1Text(body);
+    item.size = body.size();
+    std::wstring path = folder + L"\\signed.bin";
+    uint32_t zero = 0;
+    for (bool right : {true, false}) {
+        std::string other = body;
+        other[0] = static_cast<char>(other[0] ^ 1);
+        item.sha256 = Sha256Text(right ? body : other);
+        ScriptServer server;
+        server.Start({Script{{Chunk{Response("200 OK", body)}}}});
+        RandomPick hosts;
+        hosts.items = {Host(server)};
+        FileDigest digest;
+        bool done = false;
+        DownloadRequest request{path, L"/", item, zero, zero, digest, done};
+        EXPECT_EQ(DownloadFromSources(hosts, servers, request), right);
+        EXPECT_EQ(done, right);
+        server.Finish();
+        // The SHA-1 and size agree either way; only the SHA-256 decides.
+        EXPECT_EQ(digest.hash, item.hash);
+        EXPECT_EQ(digest.size, body.size());
+    }
 }
