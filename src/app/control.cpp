@@ -4,11 +4,11 @@
 
 #include "runtime/handles.h"
 #include "runtime/logger.h"
+#include "runtime/system_function.h"
 #include "runtime/text.h"
 
 #include <windows.h>
 #include <shellapi.h>
-#include <shlobj.h>
 #include <tlhelp32.h>
 
 #include <cwchar>
@@ -47,6 +47,27 @@ bool FindFirstProcess(const std::vector<std::wstring>& names, PROCESSENTRY32W& f
     return more != FALSE;
 }
 
+// The functions of user32 this file calls, resolved by the first run that looks for a window.
+struct WindowFunctions {
+    template <typename Function>
+    static Function Find(const char* name)
+    {
+        return SystemFunctionOf<Function>(L"user32.dll", name);
+    }
+    decltype(&EnumWindows) enumWindows = Find<decltype(&EnumWindows)>("EnumWindows");
+    decltype(&GetWindow) getWindow = Find<decltype(&GetWindow)>("GetWindow");
+    decltype(&GetWindowThreadProcessId) windowProcess =
+        Find<decltype(&GetWindowThreadProcessId)>("GetWindowThreadProcessId");
+    decltype(&IsWindowVisible) isVisible = Find<decltype(&IsWindowVisible)>("IsWindowVisible");
+    decltype(&PostMessageW) postMessage = Find<decltype(&PostMessageW)>("PostMessageW");
+};
+
+const WindowFunctions& User32()
+{
+    static const WindowFunctions functions;
+    return functions;
+}
+
 struct WindowSearch {
     DWORD processId;
     HWND window;
@@ -56,8 +77,8 @@ BOOL CALLBACK TakeMainWindow(HWND window, LPARAM context)
 {
     auto* search = reinterpret_cast<WindowSearch*>(context);
     DWORD owner = 0;
-    GetWindowThreadProcessId(window, &owner);
-    if (owner != search->processId || GetWindow(window, GW_OWNER) || !IsWindowVisible(window))
+    User32().windowProcess(window, &owner);
+    if (owner != search->processId || User32().getWindow(window, GW_OWNER) || !User32().isVisible(window))
         return TRUE;
     search->window = window;
     return FALSE;
@@ -95,7 +116,7 @@ uint32_t RunNetCommand(const std::wstring& verb, const std::wstring& serviceName
 HWND__* FindMainWindow(uint32_t processId)
 {
     WindowSearch search = {processId, nullptr};
-    EnumWindows(TakeMainWindow, reinterpret_cast<LPARAM>(&search));
+    User32().enumWindows(TakeMainWindow, reinterpret_cast<LPARAM>(&search));
     return search.window;
 }
 
@@ -108,8 +129,8 @@ void CloseProcessByName(const std::vector<std::wstring>& names)
     if (!window)
         return;
     LogW(L"Closing %s(%u) process.", entry.szExeFile, entry.th32ProcessID);
-    PostMessageW(window, WM_CLOSE, 0, 0);
-    PostMessageW(window, kCloseNotice, 0, 0);
+    User32().postMessage(window, WM_CLOSE, 0, 0);
+    User32().postMessage(window, kCloseNotice, 0, 0);
     UniqueHandle process(OpenProcess(SYNCHRONIZE, FALSE, entry.th32ProcessID));
     if (!process)
         return;
@@ -143,7 +164,7 @@ void SignalPipe(const std::wstring& name)
 
 uint32_t CreateDirectoryPath(const std::wstring& path)
 {
-    return static_cast<uint32_t>(SHCreateDirectoryExW(nullptr, path.c_str(), nullptr));
+    return CreateFolderPath(path);
 }
 
 uint32_t DeleteTree(const std::wstring& path)
@@ -155,5 +176,6 @@ uint32_t DeleteTree(const std::wstring& path)
     operation.wFunc = FO_DELETE;
     operation.pFrom = from.c_str();
     operation.fFlags = kDeleteFlags;
-    return static_cast<uint32_t>(SHFileOperationW(&operation));
+    static const auto fileOperation = SystemFunctionOf<decltype(&SHFileOperationW)>(L"shell32.dll", "SHFileOperationW");
+    return static_cast<uint32_t>(fileOperation(&operation));
 }

@@ -2,11 +2,36 @@
 // socket map and the routing of outgoing datagrams.
 #include "share/broadcaster.h"
 #include "runtime/pool.h"
+#include "runtime/system_function.h"
 #include "runtime/text.h"
 
 #include <ws2ipdef.h>
 #include <iphlpapi.h>
 #include <set>
+
+namespace {
+
+// The functions of iphlpapi the pass calls, resolved by the first pass of a run that looks for
+// peers.
+struct TableFunctions {
+    template <typename Function>
+    static Function Find(const char* name)
+    {
+        return SystemFunctionOf<Function>(L"iphlpapi.dll", name);
+    }
+    decltype(&GetIfTable2) interfaces = Find<decltype(&GetIfTable2)>("GetIfTable2");
+    decltype(&GetUnicastIpAddressTable) addresses = Find<decltype(&GetUnicastIpAddressTable)>("GetUnicastIpAddressTable");
+    decltype(&GetIpForwardTable2) routes = Find<decltype(&GetIpForwardTable2)>("GetIpForwardTable2");
+    decltype(&FreeMibTable) release = Find<decltype(&FreeMibTable)>("FreeMibTable");
+};
+
+const TableFunctions& Iphlpapi()
+{
+    static const TableFunctions functions;
+    return functions;
+}
+
+}  // namespace
 
 void wSocketBroadcaster::UdpSocket::OnReceive(IoRequest* request)
 {
@@ -29,13 +54,14 @@ bool wSocketBroadcaster::Loop()
     MIB_IF_TABLE2* interfaces = nullptr;
     MIB_UNICASTIPADDRESS_TABLE* addresses = nullptr;
     MIB_IPFORWARD_TABLE2* routes = nullptr;
-    if (GetIfTable2(&interfaces) == NO_ERROR && GetUnicastIpAddressTable(AF_INET, &addresses) == NO_ERROR) {
+    const TableFunctions& tables = Iphlpapi();
+    if (tables.interfaces(&interfaces) == NO_ERROR && tables.addresses(AF_INET, &addresses) == NO_ERROR) {
         std::set<NET_IFINDEX> up, withGateway;
         for (ULONG i = 0; i < interfaces->NumEntries; ++i) {
             if (interfaces->Table[i].OperStatus == IfOperStatusUp)
                 up.insert(interfaces->Table[i].InterfaceIndex);
         }
-        if (GetIpForwardTable2(AF_INET, &routes) == NO_ERROR) {
+        if (tables.routes(AF_INET, &routes) == NO_ERROR) {
             for (ULONG i = 0; i < routes->NumEntries; ++i) {
                 if (routes->Table[i].DestinationPrefix.PrefixLength == 0)
                     withGateway.insert(routes->Table[i].InterfaceIndex);
@@ -64,7 +90,7 @@ bool wSocketBroadcaster::Loop()
     }
     for (void* table : {static_cast<void*>(routes), static_cast<void*>(addresses), static_cast<void*>(interfaces)}) {
         if (table)
-            FreeMibTable(table);
+            tables.release(table);
     }
     ++passes;
     WaitForSingleObject(wakeEvent.Get(), 2000);

@@ -4,12 +4,12 @@
 #include "http/status.h"
 #include "runtime/logger.h"
 #include "runtime/random_pick.h"
+#include "runtime/system_function.h"
 #include "runtime/text.h"
 #include "share/body_digest.h"
 #include "share/update_item.h"
 
 #include <windows.h>
-#include <shlobj.h>
 #include <algorithm>
 
 std::string PercentEncode(const std::string& bytes)
@@ -69,7 +69,7 @@ bool DownloadFromHost(const DownloadRequest& request, const std::wstring& host, 
     auto server = std::find(servers.begin(), servers.end(), host);
     bool isServer = server != servers.end();
 
-    SHCreateDirectoryExW(nullptr, GetDirectoryPart(request.destinationPath).c_str(), nullptr);
+    CreateFolderPath(GetDirectoryPart(request.destinationPath));
     std::wstring url = DownloadUrl(host, isServer, request.urlPrefix, request.item.name);
     LogW(L"HTTP Getting... %s", url.c_str());
 
