@@ -47,26 +47,8 @@ bool FindFirstProcess(const std::vector<std::wstring>& names, PROCESSENTRY32W& f
     return more != FALSE;
 }
 
-// The functions of user32 this file calls, resolved by the first run that looks for a window.
-struct WindowFunctions {
-    template <typename Function>
-    static Function Find(const char* name)
-    {
-        return SystemFunctionOf<Function>(L"user32.dll", name);
-    }
-    decltype(&EnumWindows) enumWindows = Find<decltype(&EnumWindows)>("EnumWindows");
-    decltype(&GetWindow) getWindow = Find<decltype(&GetWindow)>("GetWindow");
-    decltype(&GetWindowThreadProcessId) windowProcess =
-        Find<decltype(&GetWindowThreadProcessId)>("GetWindowThreadProcessId");
-    decltype(&IsWindowVisible) isVisible = Find<decltype(&IsWindowVisible)>("IsWindowVisible");
-    decltype(&PostMessageW) postMessage = Find<decltype(&PostMessageW)>("PostMessageW");
-};
-
-const WindowFunctions& User32()
-{
-    static const WindowFunctions functions;
-    return functions;
-}
+// user32 is loaded by the first run that looks for a window.
+const wchar_t kUser32[] = L"user32.dll";
 
 struct WindowSearch {
     DWORD processId;
@@ -77,8 +59,12 @@ BOOL CALLBACK TakeMainWindow(HWND window, LPARAM context)
 {
     auto* search = reinterpret_cast<WindowSearch*>(context);
     DWORD owner = 0;
-    User32().windowProcess(window, &owner);
-    if (owner != search->processId || User32().getWindow(window, GW_OWNER) || !User32().isVisible(window))
+    static const auto windowProcess =
+        SystemFunctionOf<decltype(&GetWindowThreadProcessId)>(kUser32, "GetWindowThreadProcessId");
+    static const auto getWindow = SystemFunctionOf<decltype(&GetWindow)>(kUser32, "GetWindow");
+    static const auto isVisible = SystemFunctionOf<decltype(&IsWindowVisible)>(kUser32, "IsWindowVisible");
+    windowProcess(window, &owner);
+    if (owner != search->processId || getWindow(window, GW_OWNER) || !isVisible(window))
         return TRUE;
     search->window = window;
     return FALSE;
@@ -116,7 +102,8 @@ uint32_t RunNetCommand(const std::wstring& verb, const std::wstring& serviceName
 HWND__* FindMainWindow(uint32_t processId)
 {
     WindowSearch search = {processId, nullptr};
-    User32().enumWindows(TakeMainWindow, reinterpret_cast<LPARAM>(&search));
+    static const auto enumWindows = SystemFunctionOf<decltype(&EnumWindows)>(kUser32, "EnumWindows");
+    enumWindows(TakeMainWindow, reinterpret_cast<LPARAM>(&search));
     return search.window;
 }
 
@@ -129,8 +116,9 @@ void CloseProcessByName(const std::vector<std::wstring>& names)
     if (!window)
         return;
     LogW(L"Closing %s(%u) process.", entry.szExeFile, entry.th32ProcessID);
-    User32().postMessage(window, WM_CLOSE, 0, 0);
-    User32().postMessage(window, kCloseNotice, 0, 0);
+    static const auto postMessage = SystemFunctionOf<decltype(&PostMessageW)>(kUser32, "PostMessageW");
+    postMessage(window, WM_CLOSE, 0, 0);
+    postMessage(window, kCloseNotice, 0, 0);
     UniqueHandle process(OpenProcess(SYNCHRONIZE, FALSE, entry.th32ProcessID));
     if (!process)
         return;

@@ -9,30 +9,6 @@
 #include <iphlpapi.h>
 #include <set>
 
-namespace {
-
-// The functions of iphlpapi the pass calls, resolved by the first pass of a run that looks for
-// peers.
-struct TableFunctions {
-    template <typename Function>
-    static Function Find(const char* name)
-    {
-        return SystemFunctionOf<Function>(L"iphlpapi.dll", name);
-    }
-    decltype(&GetIfTable2) interfaces = Find<decltype(&GetIfTable2)>("GetIfTable2");
-    decltype(&GetUnicastIpAddressTable) addresses = Find<decltype(&GetUnicastIpAddressTable)>("GetUnicastIpAddressTable");
-    decltype(&GetIpForwardTable2) routes = Find<decltype(&GetIpForwardTable2)>("GetIpForwardTable2");
-    decltype(&FreeMibTable) release = Find<decltype(&FreeMibTable)>("FreeMibTable");
-};
-
-const TableFunctions& Iphlpapi()
-{
-    static const TableFunctions functions;
-    return functions;
-}
-
-}  // namespace
-
 void wSocketBroadcaster::UdpSocket::OnReceive(IoRequest* request)
 {
     owner->handler(this, request);
@@ -54,14 +30,19 @@ bool wSocketBroadcaster::Loop()
     MIB_IF_TABLE2* interfaces = nullptr;
     MIB_UNICASTIPADDRESS_TABLE* addresses = nullptr;
     MIB_IPFORWARD_TABLE2* routes = nullptr;
-    const TableFunctions& tables = Iphlpapi();
-    if (tables.interfaces(&interfaces) == NO_ERROR && tables.addresses(AF_INET, &addresses) == NO_ERROR) {
+    // iphlpapi is loaded by the first pass of a run that looks for peers.
+    static const auto interfaceTable = SystemFunctionOf<decltype(&GetIfTable2)>(L"iphlpapi.dll", "GetIfTable2");
+    static const auto addressTable =
+        SystemFunctionOf<decltype(&GetUnicastIpAddressTable)>(L"iphlpapi.dll", "GetUnicastIpAddressTable");
+    static const auto routeTable = SystemFunctionOf<decltype(&GetIpForwardTable2)>(L"iphlpapi.dll", "GetIpForwardTable2");
+    static const auto freeTable = SystemFunctionOf<decltype(&FreeMibTable)>(L"iphlpapi.dll", "FreeMibTable");
+    if (interfaceTable(&interfaces) == NO_ERROR && addressTable(AF_INET, &addresses) == NO_ERROR) {
         std::set<NET_IFINDEX> up, withGateway;
         for (ULONG i = 0; i < interfaces->NumEntries; ++i) {
             if (interfaces->Table[i].OperStatus == IfOperStatusUp)
                 up.insert(interfaces->Table[i].InterfaceIndex);
         }
-        if (tables.routes(AF_INET, &routes) == NO_ERROR) {
+        if (routeTable(AF_INET, &routes) == NO_ERROR) {
             for (ULONG i = 0; i < routes->NumEntries; ++i) {
                 if (routes->Table[i].DestinationPrefix.PrefixLength == 0)
                     withGateway.insert(routes->Table[i].InterfaceIndex);
@@ -90,7 +71,7 @@ bool wSocketBroadcaster::Loop()
     }
     for (void* table : {static_cast<void*>(routes), static_cast<void*>(addresses), static_cast<void*>(interfaces)}) {
         if (table)
-            tables.release(table);
+            freeTable(table);
     }
     ++passes;
     WaitForSingleObject(wakeEvent.Get(), 2000);

@@ -5,19 +5,18 @@
 #include "http/request.h"
 #include "http/script_server.h"
 #include "http/test_files.h"
+#include "share/random_bytes.h"
 
-#include <random>
 #include <string>
+#include <vector>
 
 namespace {
 
-std::string RandomBytes(size_t count, unsigned seed)
+// Reproducible bytes, different for every length.
+std::string RandomText(size_t count)
 {
-    std::mt19937 random(seed);
-    std::string bytes(count, '\0');
-    for (auto& c : bytes)
-        c = static_cast<char>(random() & 0xFF);
-    return bytes;
+    std::vector<uint8_t> bytes = RandomBytes(count);
+    return std::string(bytes.begin(), bytes.end());
 }
 
 // A response head of exactly `size` bytes announcing `body`, followed by it.
@@ -59,7 +58,7 @@ std::string Body(const HttpRequest& request)
 
 TEST(HttpReceive, HeadOfExactly32768BytesCompletes)
 {
-    std::string body = RandomBytes(100000, 3);
+    std::string body = RandomText(100000);
     ScriptServer server;
     server.Start({Send(HeadOfSize(32768, body))});
     HttpRequest request;
@@ -82,7 +81,7 @@ TEST(HttpReceive, HeadOf32769BytesNeverCompletes)
 
 TEST(HttpReceive, LongBodiesArriveWholeInMemoryAndInTheFile)
 {
-    std::string body = RandomBytes(5 * 1024 * 1024 + 77, 5);
+    std::string body = RandomText(5 * 1024 * 1024 + 77);
     std::string response = "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
     std::wstring path = TempPath(L"vey_long_");
     ScriptServer server;
@@ -102,7 +101,7 @@ TEST(HttpReceive, LongBodiesArriveWholeInMemoryAndInTheFile)
 
 TEST(HttpReceive, WatcherSeesTheBytesOfTheFileFromItsStart)
 {
-    std::string body = RandomBytes(3 * 1024 * 1024 + 5, 9);
+    std::string body = RandomText(3 * 1024 * 1024 + 5);
     std::wstring path = TempPath(L"vey_watched_");
     ScriptServer server;
     std::string moved = "HTTP/1.1 302 Found\r\nLocation: " + WideToUtf8(server.Url(L"/final")) +
@@ -132,7 +131,7 @@ TEST(HttpReceive, FailedWriteEndsWithStatusZeroAndTheWatcherShortOfTheBody)
     // Every write to this device fails with "disk full"; opening it creates or truncates nothing.
     // It is never deleted.
     const std::wstring full = L"Z:\\dev\\full";
-    std::string body = RandomBytes(2 * 1024 * 1024 + 9, 13);
+    std::string body = RandomText(2 * 1024 * 1024 + 9);
     ScriptServer server;
     server.Start({Send("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body)});
     RecordedBody recorded;

@@ -8,9 +8,9 @@
 #include "share/sha1.h"
 #include "share/sha256.h"
 #include "share/signature.h"
+#include "share/random_bytes.h"
 #include "share/update_item.h"
 
-#include <random>
 
 TEST(DownloadUrl, ServerWithPrefixAndPeerFromTheRoot)
 {
@@ -54,13 +54,11 @@ std::string Response(const std::string& status, const std::string& body)
     return "HTTP/1.1 " + status + "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
 }
 
-std::string RandomBytes(size_t count, unsigned seed)
+// Reproducible bytes, different for every length.
+std::string RandomText(size_t count)
 {
-    std::mt19937 random(seed);
-    std::string bytes(count, '\0');
-    for (auto& c : bytes)
-        c = static_cast<char>(random() & 0xFF);
-    return bytes;
+    std::vector<uint8_t> bytes = RandomBytes(count);
+    return std::string(bytes.begin(), bytes.end());
 }
 
 std::wstring Sha1Text(const std::string& bytes)
@@ -183,7 +181,7 @@ TEST_F(DownloadTest, PeerOverridesReplaceTheTimeouts)
 TEST_F(DownloadTest, DigestOfAValidDownloadIsThatOfTheFileOnDisk)
 {
     // Several write batches, the last one partial.
-    std::string body = RandomBytes(3 * 1024 * 1024 + 1001, 21);
+    std::string body = RandomText(3 * 1024 * 1024 + 1001);
     item.hash = Sha1Text(body);
     item.size = body.size();
     ScriptServer server;
@@ -207,7 +205,7 @@ TEST_F(DownloadTest, DigestOfAValidDownloadIsThatOfTheFileOnDisk)
 
 TEST_F(DownloadTest, SignedItemIsValidOnlyWithTheSha256OfItsBytes)
 {
-    std::string body = RandomBytes(1024 * 1024 + 3, 22);
+    std::string body = RandomText(1024 * 1024 + 3);
     item.hash = Sha1Text(body);
     item.size = body.size();
     std::wstring path = folder + L"\\signed.bin";
