@@ -99,6 +99,20 @@ protected:
         WSACleanup();
     }
 
+    // One attempt at `path` from a server that answers 200 with `body`.
+    bool DownloadServed(const std::string& body, const std::wstring& path, FileDigest& digest, bool& done)
+    {
+        ScriptServer server;
+        server.Start({Script{{Chunk{Response("200 OK", body)}}}});
+        RandomPick hosts;
+        hosts.items = {Host(server)};
+        uint32_t zero = 0;
+        DownloadRequest request{path, L"/", item, zero, zero, digest, done};
+        bool downloaded = DownloadFromSources(hosts, servers, request);
+        server.Finish();
+        return downloaded;
+    }
+
     std::vector<std::wstring> servers;
     UpdateItem item;
     std::wstring folder;
@@ -184,18 +198,11 @@ TEST_F(DownloadTest, DigestOfAValidDownloadIsThatOfTheFileOnDisk)
     std::string body = RandomText(3 * 1024 * 1024 + 1001);
     item.hash = Sha1Text(body);
     item.size = body.size();
-    ScriptServer server;
-    server.Start({Script{{Chunk{Response("200 OK", body)}}}});
-    RandomPick hosts;
-    hosts.items = {Host(server)};
+    std::wstring path = folder + L"\\f.bin";
     FileDigest digest;
     bool done = false;
-    uint32_t zero = 0;
-    std::wstring path = folder + L"\\f.bin";
-    DownloadRequest request{path, L"/", item, zero, zero, digest, done};
-    EXPECT_TRUE(DownloadFromSources(hosts, servers, request));
+    EXPECT_TRUE(DownloadServed(body, path, digest, done));
     EXPECT_TRUE(done);
-    server.Finish();
     EXPECT_EQ(digest.hash, item.hash);
     EXPECT_EQ(digest.size, body.size());
     FileDigest onDisk = HashFile(path);
@@ -206,24 +213,16 @@ TEST_F(DownloadTest, DigestOfAValidDownloadIsThatOfTheFileOnDisk)
 TEST_F(DownloadTest, SignedItemIsValidOnlyWithTheSha256OfItsBytes)
 {
     std::string body = RandomText(1024 * 1024 + 3);
+    std::string other = body;
+    other[0] = static_cast<char>(other[0] ^ 1);
     item.hash = Sha1Text(body);
     item.size = body.size();
-    std::wstring path = folder + L"\\signed.bin";
-    uint32_t zero = 0;
     for (bool right : {true, false}) {
-        std::string other = body;
-        other[0] = static_cast<char>(other[0] ^ 1);
         item.sha256 = Sha256Text(right ? body : other);
-        ScriptServer server;
-        server.Start({Script{{Chunk{Response("200 OK", body)}}}});
-        RandomPick hosts;
-        hosts.items = {Host(server)};
         FileDigest digest;
         bool done = false;
-        DownloadRequest request{path, L"/", item, zero, zero, digest, done};
-        EXPECT_EQ(DownloadFromSources(hosts, servers, request), right);
+        EXPECT_EQ(DownloadServed(body, folder + L"\\signed.bin", digest, done), right);
         EXPECT_EQ(done, right);
-        server.Finish();
         // The SHA-1 and size agree either way; only the SHA-256 decides.
         EXPECT_EQ(digest.hash, item.hash);
         EXPECT_EQ(digest.size, body.size());
