@@ -4,7 +4,6 @@
 
 #include "runtime/handles.h"
 #include "runtime/logger.h"
-#include "runtime/system_function.h"
 #include "runtime/text.h"
 
 #include <windows.h>
@@ -148,11 +147,6 @@ void SignalPipe(const std::wstring& name)
     UniqueHandle pipe(CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (pipe)
         ReadFile(pipe.Get(), nullptr, 0, nullptr, nullptr);
-}
-
-uint32_t CreateDirectoryPath(const std::wstring& path)
-{
-    return CreateFolderPath(path);
 }
 
 uint32_t DeleteTree(const std::wstring& path)

@@ -169,7 +169,7 @@ bool wLogger::Begin()
     // The folder is there on every run but the first; creating it would load shell32.
     DWORD attributes = GetFileAttributesW(logDirectory.c_str());
     if (attributes == INVALID_FILE_ATTRIBUTES || !(attributes & FILE_ATTRIBUTE_DIRECTORY))
-        CreateFolderPath(logDirectory);
+        CreateDirectoryPath(logDirectory);
     return true;
 }
 

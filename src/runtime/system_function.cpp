@@ -14,7 +14,7 @@ void* SystemFunction(const wchar_t* library, const char* name)
     return reinterpret_cast<void*>(function);
 }
 
-uint32_t CreateFolderPath(const std::wstring& path)
+uint32_t CreateDirectoryPath(const std::wstring& path)
 {
     static const auto create = SystemFunctionOf<decltype(&SHCreateDirectoryExW)>(L"shell32.dll", "SHCreateDirectoryExW");
     return static_cast<uint32_t>(create(nullptr, path.c_str(), nullptr));

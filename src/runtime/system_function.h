@@ -16,6 +16,6 @@ Function SystemFunctionOf(const wchar_t* library, const char* name)
     return reinterpret_cast<Function>(SystemFunction(library, name));
 }
 
-// SHCreateDirectoryExW of `path` with every missing folder on the way: 0 or its error code
-// (ERROR_ALREADY_EXISTS for a folder that exists, ERROR_BAD_PATHNAME for a relative path).
-uint32_t CreateFolderPath(const std::wstring& path);
+// Creates the folder and its missing parents (SHCreateDirectoryExW): 0, or the Windows error
+// (183 if it exists, 161 for a relative path).
+uint32_t CreateDirectoryPath(const std::wstring& path);

@@ -69,7 +69,7 @@ bool DownloadFromHost(const DownloadRequest& request, const std::wstring& host, 
     auto server = std::find(servers.begin(), servers.end(), host);
     bool isServer = server != servers.end();
 
-    CreateFolderPath(GetDirectoryPart(request.destinationPath));
+    CreateDirectoryPath(GetDirectoryPart(request.destinationPath));
     std::wstring url = DownloadUrl(host, isServer, request.urlPrefix, request.item.name);
     LogW(L"HTTP Getting... %s", url.c_str());
 
