@@ -8,7 +8,6 @@
 
 #include <windows.h>
 #include <shellapi.h>
-#include <shlobj.h>
 #include <tlhelp32.h>
 
 #include <cwchar>
@@ -47,6 +46,9 @@ bool FindFirstProcess(const std::vector<std::wstring>& names, PROCESSENTRY32W& f
     return more != FALSE;
 }
 
+// user32 is loaded by the first run that looks for a window.
+const wchar_t kUser32[] = L"user32.dll";
+
 struct WindowSearch {
     DWORD processId;
     HWND window;
@@ -56,8 +58,12 @@ BOOL CALLBACK TakeMainWindow(HWND window, LPARAM context)
 {
     auto* search = reinterpret_cast<WindowSearch*>(context);
     DWORD owner = 0;
-    GetWindowThreadProcessId(window, &owner);
-    if (owner != search->processId || GetWindow(window, GW_OWNER) || !IsWindowVisible(window))
+    static const auto windowProcess =
+        SystemFunctionOf<decltype(&GetWindowThreadProcessId)>(kUser32, "GetWindowThreadProcessId");
+    static const auto getWindow = SystemFunctionOf<decltype(&GetWindow)>(kUser32, "GetWindow");
+    static const auto isVisible = SystemFunctionOf<decltype(&IsWindowVisible)>(kUser32, "IsWindowVisible");
+    windowProcess(window, &owner);
+    if (owner != search->processId || getWindow(window, GW_OWNER) || !isVisible(window))
         return TRUE;
     search->window = window;
     return FALSE;
@@ -95,7 +101,8 @@ uint32_t RunNetCommand(const std::wstring& verb, const std::wstring& serviceName
 HWND__* FindMainWindow(uint32_t processId)
 {
     WindowSearch search = {processId, nullptr};
-    EnumWindows(TakeMainWindow, reinterpret_cast<LPARAM>(&search));
+    static const auto enumWindows = SystemFunctionOf<decltype(&EnumWindows)>(kUser32, "EnumWindows");
+    enumWindows(TakeMainWindow, reinterpret_cast<LPARAM>(&search));
     return search.window;
 }
 
@@ -108,8 +115,9 @@ void CloseProcessByName(const std::vector<std::wstring>& names)
     if (!window)
         return;
     LogW(L"Closing %s(%u) process.", entry.szExeFile, entry.th32ProcessID);
-    PostMessageW(window, WM_CLOSE, 0, 0);
-    PostMessageW(window, kCloseNotice, 0, 0);
+    static const auto postMessage = SystemFunctionOf<decltype(&PostMessageW)>(kUser32, "PostMessageW");
+    postMessage(window, WM_CLOSE, 0, 0);
+    postMessage(window, kCloseNotice, 0, 0);
     UniqueHandle process(OpenProcess(SYNCHRONIZE, FALSE, entry.th32ProcessID));
     if (!process)
         return;
@@ -141,11 +149,6 @@ void SignalPipe(const std::wstring& name)
         ReadFile(pipe.Get(), nullptr, 0, nullptr, nullptr);
 }
 
-uint32_t CreateDirectoryPath(const std::wstring& path)
-{
-    return static_cast<uint32_t>(SHCreateDirectoryExW(nullptr, path.c_str(), nullptr));
-}
-
 uint32_t DeleteTree(const std::wstring& path)
 {
     // The source list ends with two NULs: the string's own and the one added here.
@@ -155,5 +158,6 @@ uint32_t DeleteTree(const std::wstring& path)
     operation.wFunc = FO_DELETE;
     operation.pFrom = from.c_str();
     operation.fFlags = kDeleteFlags;
-    return static_cast<uint32_t>(SHFileOperationW(&operation));
+    static const auto fileOperation = SystemFunctionOf<decltype(&SHFileOperationW)>(L"shell32.dll", "SHFileOperationW");
+    return static_cast<uint32_t>(fileOperation(&operation));
 }

@@ -2,6 +2,8 @@
 // system's net.exe, processes closed through their main window or terminated, a named pipe
 // signalled, folders created and deleted. Plain blocking functions without state.
 #pragma once
+#include "runtime/system_function.h"
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -29,9 +31,6 @@ void KillProcessByName(const std::vector<std::wstring>& names);
 
 // Connects to "\\.\pipe\<name>", reads zero bytes and disconnects; a missing pipe is skipped.
 void SignalPipe(const std::wstring& name);
-
-// Creates the folder and its missing parents: 0, or the Windows error (183 if it exists).
-uint32_t CreateDirectoryPath(const std::wstring& path);
 
 // Deletes a file or a whole folder tree permanently, without any user interface: 0 on success.
 uint32_t DeleteTree(const std::wstring& path);

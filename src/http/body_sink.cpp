@@ -23,11 +23,12 @@ BodySink::~BodySink()
     End();
 }
 
-void BodySink::Begin(const std::wstring& path, bool headRequest, int64_t limit)
+void BodySink::Begin(const std::wstring& path, bool headRequest, int64_t limit, WrittenBody* written)
 {
     outputPath = path;
     headOnly = headRequest;
     bodyLimit = limit;
+    watcher = written;
     head = ResponseHead();
     received = 0;
     writeBatchLength = 0;
@@ -54,8 +55,12 @@ int64_t BodySink::TakeHead(const char* bytes, size_t count)
 
 int64_t BodySink::TakeBody(const char* bytes, size_t count)
 {
-    if (!outputPath.empty() && !file.IsOpen() && file.Open(outputPath, false, true, false, CREATE_ALWAYS) != 0)
-        return -1;
+    if (!outputPath.empty() && !file.IsOpen()) {
+        if (file.Open(outputPath, false, true, false, CREATE_ALWAYS) != 0)
+            return -1;
+        if (watcher)
+            watcher->Restart();
+    }
     size_t taken = 0;
     while (taken < count && received < head.expected) {
         size_t piece = count - taken;
@@ -106,6 +111,12 @@ bool BodySink::WriteBatch()
         return true;
     IoResult written = file.Write(writeBatchOffset, writeBatch, writeBatchLength);
     bool whole = written.error == 0 && written.bytes == writeBatchLength;
+    // After a failed write the file no longer holds the body's bytes in order: the watcher sees
+    // nothing more, so what it has seen falls short of the body.
+    if (!whole)
+        watcher = nullptr;
+    else if (watcher)
+        watcher->Take(writeBatch, writeBatchLength);
     writeBatchOffset += writeBatchLength;
     writeBatchLength = 0;
     return whole;

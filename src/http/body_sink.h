@@ -2,6 +2,7 @@
 // pooled block sized from "Content-Length", or into the file at the output path. Every piece is
 // first admitted by the rate meter. Pieces for the file are gathered and written a batch at a
 // time, so the file receives the same bytes at the same offsets with a fraction of the writes.
+// A watcher may see each batch once it is on disk, so a download can be hashed as it is written.
 #pragma once
 #include "http/rate_meter.h"
 #include "http/response_head.h"
@@ -10,6 +11,17 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+
+// Sees the body's bytes as they reach the file: Restart when the file is created (again after a
+// redirect), then every batch once it was written whole, in file order from the file's start.
+class WrittenBody {
+public:
+    virtual void Restart() = 0;
+    virtual void Take(const void* bytes, size_t count) = 0;
+
+protected:
+    ~WrittenBody() = default;
+};
 
 class BodySink {
 public:
@@ -20,8 +32,10 @@ public:
 
     // Starts a response once the previous one has ended: its body goes to `outputPath` when that
     // is not empty, else to memory; a response to HEAD has no body. A `bodyLimit` of 0 or more
-    // refuses at the head a body that is longer or does not announce its length.
-    void Begin(const std::wstring& outputPath, bool headOnly, int64_t bodyLimit = -1);
+    // refuses at the head a body that is longer or does not announce its length. `watcher`, when
+    // given, sees what is written to the file.
+    void Begin(const std::wstring& outputPath, bool headOnly, int64_t bodyLimit = -1,
+               WrittenBody* watcher = nullptr);
     // Reads the head from the first `count` received bytes: 0 while it is not complete, -1 when
     // the response is refused (see ParseResponseHead, a memory body too large to hold, and a body
     // beyond the limit),
@@ -60,6 +74,7 @@ private:
     std::wstring outputPath;
     bool headOnly = false;
     int64_t bodyLimit = -1;
+    WrittenBody* watcher = nullptr;
     wFile file;
     char* writeBatch = nullptr;     // pooled block of kWriteBatchSize: body bytes not yet written
     uint32_t writeBatchLength = 0;

@@ -1,7 +1,7 @@
 // One pass of HttpRequest: the connect, the request sent with one send() (and the body with
 // another), and the receive loop over a pooled buffer: recv() first and a wait only when nothing
-// has arrived, the head parsed once complete, the rest handed to the body sink. Results are moved
-// only when the response is complete.
+// has arrived, the head parsed once complete, the rest handed to the body sink (through a larger
+// buffer for a long body). Results are moved only when the response is complete.
 #include "http/request.h"
 #include "runtime/clock.h"
 #include "runtime/pool.h"
@@ -28,9 +28,10 @@ void HttpRequest::Exchange()
         return;
 
     rateActiveLimit = rateLimit;
-    sink.Begin(outputPath, headOnly, bodyLimit);
-    auto* buffer = static_cast<char*>(PoolAlloc(PoolClassFor(kReceiveBufferSize)));
-    if (Receive(buffer)) {
+    sink.Begin(outputPath, headOnly, bodyLimit, writtenBody);
+    size_t capacity = kReceiveBufferSize;
+    auto* buffer = static_cast<char*>(PoolAlloc(PoolClassFor(capacity)));
+    if (Receive(buffer, capacity)) {
         status = sink.head.status;
         responseHeaders.clear();
         responseHeaders.swap(sink.head.headers);
@@ -42,7 +43,7 @@ void HttpRequest::Exchange()
     sink.End();
 }
 
-bool HttpRequest::Receive(char* buffer)
+bool HttpRequest::Receive(char*& buffer, size_t& capacity)
 {
     size_t fill = 0;
     bool inHead = true;
@@ -51,7 +52,7 @@ bool HttpRequest::Receive(char* buffer)
     for (;;) {
         if (!pace.Holds(total, PerformanceMilliseconds()))
             return false;
-        int got = connection.Receive(buffer + fill, kReceiveBufferSize - fill);
+        int got = connection.Receive(buffer + fill, capacity - fill);
         if (got == 0)
             return false;
         if (got < 0) {
@@ -72,6 +73,13 @@ bool HttpRequest::Receive(char* buffer)
             fill -= static_cast<size_t>(used);
             std::memmove(buffer, buffer + used, fill);
             inHead = false;
+            if (!sink.HeadOnly() && !rateActiveLimit && sink.head.expected > static_cast<int64_t>(capacity)) {
+                auto* larger = static_cast<char*>(PoolAlloc(PoolClassFor(kBodyReceiveBufferSize)));
+                std::memcpy(larger, buffer, fill);
+                PoolFree(buffer);
+                buffer = larger;
+                capacity = kBodyReceiveBufferSize;
+            }
         }
         // Bytes after the head of a HEAD response are not a body.
         if (!sink.HeadOnly()) {

@@ -25,6 +25,7 @@ void HttpRequest::Reset()
     headers.clear();
     DropBody();
     outputPath.clear();
+    writtenBody = nullptr;
     RateMeter::Clear();
     rateLimit = 0;
     sendRaw = 0;

@@ -43,6 +43,7 @@ public:
     uint32_t connectTimeoutMs = 10000;
     uint32_t receiveTimeoutMs = 1000;  // for each piece of the response
     std::wstring outputPath;        // when set, the body goes to this file instead of memory
+    WrittenBody* writtenBody = nullptr;  // sees the body as it is written to outputPath
     uint32_t rateLimit = 0;         // bytes per second as configured, 0 = unlimited
     using RateMeter::rateSlots;
     using RateMeter::rateSum;
@@ -76,7 +77,12 @@ public:
     const BodySink& Sink() const { return sink; }
 
 private:
+    // The head must arrive within the first buffer: a head larger than it never completes. A body
+    // longer than that buffer is then received into a larger one, so that a large file takes a
+    // fraction of the receive calls; without a rate limit only, which admits the body in small
+    // pieces anyway.
     static constexpr size_t kReceiveBufferSize = 32768;
+    static constexpr size_t kBodyReceiveBufferSize = size_t(1) << 20;
 
     void ClearResults();
     // Releases the body (to the pool when owned) and forgets its content type.
@@ -86,8 +92,9 @@ private:
     // Connects, sends the request and reads the response of one pass.
     void Exchange();
     std::wstring BuildHead() const;
-    // The receive loop over the pass's buffer: true once the response is complete.
-    bool Receive(char* buffer);
+    // The receive loop over the pass's pooled buffer of `capacity` bytes, which it may replace by a
+    // larger one once the head is parsed: true once the response is complete.
+    bool Receive(char*& buffer, size_t& capacity);
 
     HttpUrl target;
     HttpConnection connection;

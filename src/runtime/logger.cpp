@@ -1,10 +1,10 @@
 // wLogger: ring buffer, writer thread and daily log file.
 #include "runtime/logger.h"
 #include "runtime/fatal.h"
+#include "runtime/system_function.h"
 #include "runtime/text.h"
 
 #include <windows.h>
-#include <shlobj.h>
 #include <atomic>
 #include <cstring>
 #include <cwchar>
@@ -166,7 +166,10 @@ void wLogger::Append(std::string& entry)
 
 bool wLogger::Begin()
 {
-    SHCreateDirectoryExW(nullptr, logDirectory.c_str(), nullptr);
+    // The folder is there on every run but the first; creating it would load shell32.
+    DWORD attributes = GetFileAttributesW(logDirectory.c_str());
+    if (attributes == INVALID_FILE_ATTRIBUTES || !(attributes & FILE_ATTRIBUTE_DIRECTORY))
+        CreateDirectoryPath(logDirectory);
     return true;
 }
 

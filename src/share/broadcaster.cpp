@@ -2,6 +2,7 @@
 // socket map and the routing of outgoing datagrams.
 #include "share/broadcaster.h"
 #include "runtime/pool.h"
+#include "runtime/system_function.h"
 #include "runtime/text.h"
 
 #include <ws2ipdef.h>
@@ -29,13 +30,19 @@ bool wSocketBroadcaster::Loop()
     MIB_IF_TABLE2* interfaces = nullptr;
     MIB_UNICASTIPADDRESS_TABLE* addresses = nullptr;
     MIB_IPFORWARD_TABLE2* routes = nullptr;
-    if (GetIfTable2(&interfaces) == NO_ERROR && GetUnicastIpAddressTable(AF_INET, &addresses) == NO_ERROR) {
+    // iphlpapi is loaded by the first pass of a run that looks for peers.
+    static const auto interfaceTable = SystemFunctionOf<decltype(&GetIfTable2)>(L"iphlpapi.dll", "GetIfTable2");
+    static const auto addressTable =
+        SystemFunctionOf<decltype(&GetUnicastIpAddressTable)>(L"iphlpapi.dll", "GetUnicastIpAddressTable");
+    static const auto routeTable = SystemFunctionOf<decltype(&GetIpForwardTable2)>(L"iphlpapi.dll", "GetIpForwardTable2");
+    static const auto freeTable = SystemFunctionOf<decltype(&FreeMibTable)>(L"iphlpapi.dll", "FreeMibTable");
+    if (interfaceTable(&interfaces) == NO_ERROR && addressTable(AF_INET, &addresses) == NO_ERROR) {
         std::set<NET_IFINDEX> up, withGateway;
         for (ULONG i = 0; i < interfaces->NumEntries; ++i) {
             if (interfaces->Table[i].OperStatus == IfOperStatusUp)
                 up.insert(interfaces->Table[i].InterfaceIndex);
         }
-        if (GetIpForwardTable2(AF_INET, &routes) == NO_ERROR) {
+        if (routeTable(AF_INET, &routes) == NO_ERROR) {
             for (ULONG i = 0; i < routes->NumEntries; ++i) {
                 if (routes->Table[i].DestinationPrefix.PrefixLength == 0)
                     withGateway.insert(routes->Table[i].InterfaceIndex);
@@ -64,7 +71,7 @@ bool wSocketBroadcaster::Loop()
     }
     for (void* table : {static_cast<void*>(routes), static_cast<void*>(addresses), static_cast<void*>(interfaces)}) {
         if (table)
-            FreeMibTable(table);
+            freeTable(table);
     }
     ++passes;
     WaitForSingleObject(wakeEvent.Get(), 2000);

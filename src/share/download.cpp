@@ -4,12 +4,12 @@
 #include "http/status.h"
 #include "runtime/logger.h"
 #include "runtime/random_pick.h"
+#include "runtime/system_function.h"
 #include "runtime/text.h"
-#include "share/sha256_file.h"
+#include "share/body_digest.h"
 #include "share/update_item.h"
 
 #include <windows.h>
-#include <shlobj.h>
 #include <algorithm>
 
 std::string PercentEncode(const std::string& bytes)
@@ -69,12 +69,15 @@ bool DownloadFromHost(const DownloadRequest& request, const std::wstring& host, 
     auto server = std::find(servers.begin(), servers.end(), host);
     bool isServer = server != servers.end();
 
-    SHCreateDirectoryExW(nullptr, GetDirectoryPart(request.destinationPath).c_str(), nullptr);
+    CreateDirectoryPath(GetDirectoryPart(request.destinationPath));
     std::wstring url = DownloadUrl(host, isServer, request.urlPrefix, request.item.name);
     LogW(L"HTTP Getting... %s", url.c_str());
 
+    // The download is hashed as it is written, so a valid one is never read back.
+    BodyDigest written(!request.item.sha256.empty());
     HttpRequest http;
     http.outputPath = request.destinationPath;
+    http.writtenBody = &written;
     if (request.connectTimeoutOverride != 0)
         http.connectTimeoutMs = request.connectTimeoutOverride;
     if (request.receiveTimeoutOverride != 0)
@@ -90,9 +93,11 @@ bool DownloadFromHost(const DownloadRequest& request, const std::wstring& host, 
         uint64_t onDisk = 0;
         if (length != http.responseHeaders.end() && ParseInteger(length->second, 10) == received &&
             FileSize(request.destinationPath, onDisk) && onDisk == static_cast<uint64_t>(received)) {
-            request.digest = HashFile(request.destinationPath);
-            valid = request.digest.hash == request.item.hash && request.digest.size == request.item.size &&
-                    (request.item.sha256.empty() || FileMatchesSha256(request.destinationPath, request.item.sha256));
+            // What was hashed covers the file only when every byte on disk went through it.
+            request.digest = written.Digest();
+            valid = written.Size() == onDisk && request.digest.hash == request.item.hash &&
+                    request.digest.size == request.item.size &&
+                    (request.item.sha256.empty() || written.MatchesSha256(request.item.sha256));
         }
     } else {
         DeleteFileW(request.destinationPath.c_str());

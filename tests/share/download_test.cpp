@@ -5,7 +5,12 @@
 #include "runtime/random_pick.h"
 #include "runtime/text.h"
 #include "share/download.h"
+#include "share/sha1.h"
+#include "share/sha256.h"
+#include "share/signature.h"
+#include "share/random_bytes.h"
 #include "share/update_item.h"
+
 
 TEST(DownloadUrl, ServerWithPrefixAndPeerFromTheRoot)
 {
@@ -49,6 +54,27 @@ std::string Response(const std::string& status, const std::string& body)
     return "HTTP/1.1 " + status + "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
 }
 
+// Reproducible bytes, different for every length.
+std::string RandomText(size_t count)
+{
+    std::vector<uint8_t> bytes = RandomBytes(count);
+    return std::string(bytes.begin(), bytes.end());
+}
+
+std::wstring Sha1Text(const std::string& bytes)
+{
+    uint8_t digest[kSha1DigestSize];
+    Sha1Buffer(bytes.data(), bytes.size(), digest);
+    return BytesToHex(digest, sizeof(digest));
+}
+
+std::wstring Sha256Text(const std::string& bytes)
+{
+    uint8_t digest[kSha256DigestSize];
+    Sha256Buffer(bytes.data(), bytes.size(), digest);
+    return Sha256ToText(digest);
+}
+
 std::wstring Host(const ScriptServer& server)
 {
     return L"127.0.0.1:" + std::to_wstring(server.Port());
@@ -71,6 +97,20 @@ protected:
     {
         IocpShutdown();
         WSACleanup();
+    }
+
+    // One attempt at `path` from a server that answers 200 with `body`.
+    bool DownloadServed(const std::string& body, const std::wstring& path, FileDigest& digest, bool& done)
+    {
+        ScriptServer server;
+        server.Start({Script{{Chunk{Response("200 OK", body)}}}});
+        RandomPick hosts;
+        hosts.items = {Host(server)};
+        uint32_t zero = 0;
+        DownloadRequest request{path, L"/", item, zero, zero, digest, done};
+        bool downloaded = DownloadFromSources(hosts, servers, request);
+        server.Finish();
+        return downloaded;
     }
 
     std::vector<std::wstring> servers;
@@ -150,4 +190,41 @@ TEST_F(DownloadTest, PeerOverridesReplaceTheTimeouts)
     EXPECT_GE(elapsed, 150u);
     EXPECT_LT(elapsed, 900u);
     silent.Finish();
+}
+
+TEST_F(DownloadTest, DigestOfAValidDownloadIsThatOfTheFileOnDisk)
+{
+    // Several write batches, the last one partial.
+    std::string body = RandomText(3 * 1024 * 1024 + 1001);
+    item.hash = Sha1Text(body);
+    item.size = body.size();
+    std::wstring path = folder + L"\\f.bin";
+    FileDigest digest;
+    bool done = false;
+    EXPECT_TRUE(DownloadServed(body, path, digest, done));
+    EXPECT_TRUE(done);
+    EXPECT_EQ(digest.hash, item.hash);
+    EXPECT_EQ(digest.size, body.size());
+    FileDigest onDisk = HashFile(path);
+    EXPECT_EQ(onDisk.hash, digest.hash);
+    EXPECT_EQ(onDisk.size, digest.size);
+}
+
+TEST_F(DownloadTest, SignedItemIsValidOnlyWithTheSha256OfItsBytes)
+{
+    std::string body = RandomText(1024 * 1024 + 3);
+    std::string other = body;
+    other[0] = static_cast<char>(other[0] ^ 1);
+    item.hash = Sha1Text(body);
+    item.size = body.size();
+    for (bool right : {true, false}) {
+        item.sha256 = Sha256Text(right ? body : other);
+        FileDigest digest;
+        bool done = false;
+        EXPECT_EQ(DownloadServed(body, folder + L"\\signed.bin", digest, done), right);
+        EXPECT_EQ(done, right);
+        // The SHA-1 and size agree either way; only the SHA-256 decides.
+        EXPECT_EQ(digest.hash, item.hash);
+        EXPECT_EQ(digest.size, body.size());
+    }
 }
