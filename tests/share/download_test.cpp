@@ -10,6 +10,7 @@
 #include "share/signature.h"
 #include "share/random_bytes.h"
 #include "share/update_item.h"
+#include "support/test_path.h"
 
 
 TEST(DownloadUrl, ServerWithPrefixAndPeerFromTheRoot)
@@ -87,8 +88,7 @@ protected:
         WSADATA data;
         WSAStartup(MAKEWORD(2, 2), &data);
         IocpStart();
-        folder = GetDirectoryPart(GetModulePath()) + L"\\download-" +
-                 Utf8ToWide(testing::UnitTest::GetInstance()->current_test_info()->name());
+        folder = TestPath(L"download-");
         item.name = L"dir\\f.txt";
         item.hash = L"A9993E364706816ABA3E25717850C26C9CD0D89D";  // "abc"
         item.size = 3;
