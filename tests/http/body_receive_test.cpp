@@ -27,6 +27,12 @@ std::string HeadOfSize(size_t size, const std::string& body)
     return start + std::string(size - start.size() - end.size(), 'f') + end + body;
 }
 
+// A 200 response whose head announces `body`, followed by it.
+std::string Ok(const std::string& body)
+{
+    return "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+}
+
 Script Send(const std::string& bytes, bool hold = false)
 {
     Script script;
@@ -82,7 +88,7 @@ TEST(HttpReceive, HeadOf32769BytesNeverCompletes)
 TEST(HttpReceive, LongBodiesArriveWholeInMemoryAndInTheFile)
 {
     std::string body = RandomText(5 * 1024 * 1024 + 77);
-    std::string response = "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+    std::string response = Ok(body);
     std::wstring path = TempPath(L"vey_long_");
     ScriptServer server;
     server.Start({Send(response), Send(response)});
@@ -107,7 +113,7 @@ TEST(HttpReceive, WatcherSeesTheBytesOfTheFileFromItsStart)
     std::string moved = "HTTP/1.1 302 Found\r\nLocation: " + WideToUtf8(server.Url(L"/final")) +
                         "\r\nContent-Length: 26\r\n\r\nabcdefghijklmnopqrstuvwxyz";
     // The final body arrives in pieces with pauses, so batches are also written before waits.
-    std::string response = "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+    std::string response = Ok(body);
     Script pieces;
     for (size_t at = 0; at < response.size(); at += 700000)
         pieces.chunks.push_back(Chunk{response.substr(at, 700000), 20});
@@ -133,7 +139,7 @@ TEST(HttpReceive, FailedWriteEndsWithStatusZeroAndTheWatcherShortOfTheBody)
     const std::wstring full = L"Z:\\dev\\full";
     std::string body = RandomText(2 * 1024 * 1024 + 9);
     ScriptServer server;
-    server.Start({Send("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body)});
+    server.Start({Send(Ok(body))});
     RecordedBody recorded;
     HttpRequest request;
     request.outputPath = full;
