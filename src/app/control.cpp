@@ -1,9 +1,10 @@
 // Service and process control: net.exe runs, closing and terminating processes by executable
-// name, the named-pipe signal, and whole-folder creation and deletion through the shell.
+// name, the named-pipe signal, and whole-folder deletion through the shell.
 #include "app/control.h"
 
 #include "runtime/handles.h"
 #include "runtime/logger.h"
+#include "runtime/system_function.h"
 #include "runtime/text.h"
 
 #include <windows.h>

@@ -2,7 +2,7 @@
 // system's net.exe, processes closed through their main window or terminated, a named pipe
 // signalled, folders created and deleted. Plain blocking functions without state.
 #pragma once
-#include "runtime/system_function.h"
+#include "runtime/folder.h"
 
 #include <cstdint>
 #include <string>

@@ -1,7 +1,7 @@
 // wLogger: ring buffer, writer thread and daily log file.
 #include "runtime/logger.h"
 #include "runtime/fatal.h"
-#include "runtime/system_function.h"
+#include "runtime/folder.h"
 #include "runtime/text.h"
 
 #include <windows.h>

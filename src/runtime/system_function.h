@@ -2,8 +2,6 @@
 // load them (with user32's window station and desktop) before its first line, which under Wine
 // costs a process tens of milliseconds, while a run that finds nothing to do calls neither.
 #pragma once
-#include <cstdint>
-#include <string>
 
 // The function `name` of the system DLL `library`, loaded from the system folder on the first
 // call and kept for the process's life. A function that Windows must have and lacks is a
@@ -15,7 +13,3 @@ Function SystemFunctionOf(const wchar_t* library, const char* name)
 {
     return reinterpret_cast<Function>(SystemFunction(library, name));
 }
-
-// Creates the folder and its missing parents (SHCreateDirectoryExW): 0, or the Windows error
-// (183 if it exists, 161 for a relative path).
-uint32_t CreateDirectoryPath(const std::wstring& path);

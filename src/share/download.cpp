@@ -4,7 +4,7 @@
 #include "http/status.h"
 #include "runtime/logger.h"
 #include "runtime/random_pick.h"
-#include "runtime/system_function.h"
+#include "runtime/folder.h"
 #include "runtime/text.h"
 #include "share/body_digest.h"
 #include "share/update_item.h"

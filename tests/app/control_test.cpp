@@ -5,6 +5,7 @@
 // that reads the log writes it under a date of its own, so tests can run side by side.
 #include <gtest/gtest.h>
 #include "app/control.h"
+#include "runtime/handles.h"
 #include "runtime/logger.h"
 #include "runtime/text.h"
 #include "support/patience.h"
@@ -467,6 +468,20 @@ TEST(Folders, CreateDirectoryPathResults)
     EXPECT_EQ(CreateDirectoryPath(nested), 0xB7u);
     EXPECT_EQ(CreateDirectoryPath(L"relative\\folder"), 161u);
     EXPECT_EQ(GetFileAttributesW(L"relative"), INVALID_FILE_ATTRIBUTES);
+}
+
+TEST(Folders, CreateDirectoryPathStopsAtAFileInTheWay)
+{
+    std::wstring folder = FreshFolder(L"create-file");
+    std::wstring file = folder + L"\\in-the-way";
+    UniqueHandle created(CreateFileW(file.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr));
+    ASSERT_TRUE(created);
+    created.Reset();
+    EXPECT_EQ(CreateDirectoryPath(file), 0xB7u);
+    EXPECT_EQ(CreateDirectoryPath(file + L"\\a\\b"), 3u);
+    EXPECT_EQ(GetFileAttributesW(file.c_str()) & FILE_ATTRIBUTE_DIRECTORY, 0u);
+    EXPECT_EQ(CreateDirectoryPath(folder + L"\\trailing\\"), 0u);
+    EXPECT_NE(GetFileAttributesW((folder + L"\\trailing").c_str()) & FILE_ATTRIBUTE_DIRECTORY, 0u);
 }
 
 TEST(Folders, DeleteTreeRemovesReadOnlyAndHiddenFiles)
