@@ -1,10 +1,12 @@
-// The run sequence: completion port and Winsock up, the domain ring walked once, all down again.
+// The run sequence: completion port and Winsock up (and what finding peers needs, loaded ahead),
+// the domain ring walked once, all down again.
 #include "app/config.h"
 #include "app/entry.h"
 #include "app/manifest.h"
 #include "runtime/fatal.h"
 #include "runtime/iocp.h"
 #include "share/manifest_source.h"
+#include "share/peers.h"
 
 #include <winsock2.h>
 
@@ -16,6 +18,8 @@ void RunUpdate(const std::wstring& pathAndQuery)
         FatalError(0x89437291);
 
     UpdaterConfig& config = *updaterConfig;
+    if (config.httpSharePort != 0)
+        PreparePeerSharing();
     config.domainRing.Assign(config.domains);
     config.domains = config.domainRing.items;
     // The walk goes over a copy of the domains: downloads later reuse the ring for their host lists.

@@ -9,6 +9,36 @@
 #include <iphlpapi.h>
 #include <set>
 
+namespace {
+
+// The iphlpapi functions of the refresh pass.
+struct NetworkTables {
+    decltype(&GetIfTable2) interfaces;
+    decltype(&GetUnicastIpAddressTable) addresses;
+    decltype(&GetIpForwardTable2) routes;
+    decltype(&FreeMibTable) free;
+};
+
+// iphlpapi is loaded by the first call, which a run that looks for peers makes ahead of the
+// first pass (PrepareBroadcaster).
+const NetworkTables& LoadNetworkTables()
+{
+    static const NetworkTables tables{
+        SystemFunctionOf<decltype(&GetIfTable2)>(L"iphlpapi.dll", "GetIfTable2"),
+        SystemFunctionOf<decltype(&GetUnicastIpAddressTable)>(L"iphlpapi.dll", "GetUnicastIpAddressTable"),
+        SystemFunctionOf<decltype(&GetIpForwardTable2)>(L"iphlpapi.dll", "GetIpForwardTable2"),
+        SystemFunctionOf<decltype(&FreeMibTable)>(L"iphlpapi.dll", "FreeMibTable"),
+    };
+    return tables;
+}
+
+}  // namespace
+
+void PrepareBroadcaster()
+{
+    LoadNetworkTables();
+}
+
 void wSocketBroadcaster::UdpSocket::OnReceive(IoRequest* request)
 {
     owner->handler(this, request);
@@ -30,19 +60,14 @@ bool wSocketBroadcaster::Loop()
     MIB_IF_TABLE2* interfaces = nullptr;
     MIB_UNICASTIPADDRESS_TABLE* addresses = nullptr;
     MIB_IPFORWARD_TABLE2* routes = nullptr;
-    // iphlpapi is loaded by the first pass of a run that looks for peers.
-    static const auto interfaceTable = SystemFunctionOf<decltype(&GetIfTable2)>(L"iphlpapi.dll", "GetIfTable2");
-    static const auto addressTable =
-        SystemFunctionOf<decltype(&GetUnicastIpAddressTable)>(L"iphlpapi.dll", "GetUnicastIpAddressTable");
-    static const auto routeTable = SystemFunctionOf<decltype(&GetIpForwardTable2)>(L"iphlpapi.dll", "GetIpForwardTable2");
-    static const auto freeTable = SystemFunctionOf<decltype(&FreeMibTable)>(L"iphlpapi.dll", "FreeMibTable");
-    if (interfaceTable(&interfaces) == NO_ERROR && addressTable(AF_INET, &addresses) == NO_ERROR) {
+    const NetworkTables& tables = LoadNetworkTables();
+    if (tables.interfaces(&interfaces) == NO_ERROR && tables.addresses(AF_INET, &addresses) == NO_ERROR) {
         std::set<NET_IFINDEX> up, withGateway;
         for (ULONG i = 0; i < interfaces->NumEntries; ++i) {
             if (interfaces->Table[i].OperStatus == IfOperStatusUp)
                 up.insert(interfaces->Table[i].InterfaceIndex);
         }
-        if (routeTable(AF_INET, &routes) == NO_ERROR) {
+        if (tables.routes(AF_INET, &routes) == NO_ERROR) {
             for (ULONG i = 0; i < routes->NumEntries; ++i) {
                 if (routes->Table[i].DestinationPrefix.PrefixLength == 0)
                     withGateway.insert(routes->Table[i].InterfaceIndex);
@@ -71,7 +96,7 @@ bool wSocketBroadcaster::Loop()
     }
     for (void* table : {static_cast<void*>(routes), static_cast<void*>(addresses), static_cast<void*>(interfaces)}) {
         if (table)
-            freeTable(table);
+            tables.free(table);
     }
     ++passes;
     WaitForSingleObject(wakeEvent.Get(), 2000);

@@ -11,6 +11,10 @@
 #include <map>
 #include <string>
 
+// Loads the system DLL that the refresh pass reads the tables with, which the first pass would
+// otherwise load while a discovery waits for it (under Wine about 8 ms).
+void PrepareBroadcaster();
+
 class wSocketBroadcaster : public wThread {
 public:
     class UdpSocket : public wSocketUdp {
