@@ -153,43 +153,50 @@ bool HashPieces(HANDLE file, uint64_t length, Sha1Context& sha1)
     return complete;
 }
 
-bool HashWhole(HANDLE file, uint32_t length, Sha1Context& sha1)
+// `scratch` holds kPieceSize bytes, or is null for a buffer of the file's own size.
+bool HashWhole(HANDLE file, uint32_t length, Sha1Context& sha1, unsigned char* scratch)
 {
     // One extra byte keeps the allocation valid for an empty file.
-    auto* buffer = static_cast<unsigned char*>(malloc(size_t(length) + 1));
+    auto* buffer = scratch ? scratch : static_cast<unsigned char*>(malloc(size_t(length) + 1));
     if (!buffer)
         return false;
     bool ok = ReadFully(file, buffer, length);
     if (ok)
         Sha1Update(sha1, buffer, length);
-    free(buffer);
+    if (!scratch)
+        free(buffer);
     return ok;
 }
 
-}  // namespace
-
-FileDigest HashFile(const std::wstring& path)
+// HashFile with a buffer of kPieceSize bytes for the small files, or null. The file is opened
+// first and its size read through the handle, which the read needs anyway: asking the path for
+// its attributes first cost a second lookup of the path per file.
+FileDigest HashPath(const std::wstring& path, unsigned char* scratch)
 {
     FileDigest digest;
-    WIN32_FILE_ATTRIBUTE_DATA attributes;
-    if (!GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &attributes))
-        return digest;
-    if (attributes.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)
-        return digest;
-    digest.size = (uint64_t(attributes.nFileSizeHigh) << 32) | attributes.nFileSizeLow;
-    if (digest.size > kMaxHashedSize)
-        return digest;
-
     UniqueHandle file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                                   nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
-    if (!file)
+    if (!file) {
+        // A file that cannot be opened (another program holds it exclusively) still has a size.
+        WIN32_FILE_ATTRIBUTE_DATA attributes;
+        if (GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &attributes) &&
+            !(attributes.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY))
+            digest.size = (uint64_t(attributes.nFileSizeHigh) << 32) | attributes.nFileSizeLow;
         return digest;
-    // The digest covers the `size` bytes that the attributes reported. A file that shrinks before
-    // they are read gives the underscores; one that grows has its first `size` bytes hashed.
+    }
+    FILE_STANDARD_INFO standard;
+    if (!GetFileInformationByHandleEx(file.Get(), FileStandardInfo, &standard, sizeof(standard)) || standard.Directory)
+        return digest;
+    digest.size = static_cast<uint64_t>(standard.EndOfFile.QuadPart);
+    if (digest.size > kMaxHashedSize)
+        return digest;
+    // The digest covers the `size` bytes found at the start. A file that shrinks before they are
+    // read gives the underscores; one that grows has its first `size` bytes hashed.
     Sha1Context sha1;
     Sha1Init(sha1);
-    bool ok = digest.size <= kPieceSize ? HashWhole(file.Get(), static_cast<uint32_t>(digest.size), sha1)
-                                        : HashPieces(file.Get(), digest.size, sha1);
+    bool ok = digest.size <= kPieceSize
+                  ? HashWhole(file.Get(), static_cast<uint32_t>(digest.size), sha1, scratch)
+                  : HashPieces(file.Get(), digest.size, sha1);
     file.Reset();
     if (ok) {
         uint8_t bytes[kSha1DigestSize];
@@ -199,13 +206,25 @@ FileDigest HashFile(const std::wstring& path)
     return digest;
 }
 
+}  // namespace
+
+FileDigest HashFile(const std::wstring& path)
+{
+    return HashPath(path, nullptr);
+}
+
 std::vector<FileDigest> HashFiles(const std::vector<std::wstring>& paths, unsigned threads)
 {
     std::vector<FileDigest> digests(paths.size());
     std::atomic<size_t> next{0};
+    // Each thread reads its small files into one buffer of its own: a buffer allocated per file
+    // was committed and released again every time, each a change of the address space that every
+    // thread of the process sees.
     auto work = [&] {
+        auto* scratch = static_cast<unsigned char*>(malloc(kPieceSize));
         for (size_t i = next++; i < paths.size(); i = next++)
-            digests[i] = HashFile(paths[i]);
+            digests[i] = HashPath(paths[i], scratch);
+        free(scratch);
     };
     size_t helpers = threads > 1 && paths.size() > 1 ? std::min<size_t>(threads, paths.size()) - 1 : 0;
     std::vector<std::thread> running;

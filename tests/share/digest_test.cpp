@@ -173,14 +173,26 @@ TEST_F(DigestTest, SizesAroundPieceBoundaries)
 {
     const size_t piece = kHashPieceSize;
     const std::string data = Pattern(5 * piece + 4099, 7);
-    for (size_t size : {size_t(0), size_t(1), size_t(63), size_t(64), size_t(65), piece - 1, piece, piece + 1,
-                        2 * piece - 1, 2 * piece, 2 * piece + 1, 3 * piece + 17, 5 * piece + 4099}) {
-        std::wstring path = Make(L"boundary.bin", data.substr(0, size));
-        FileDigest digest = HashFile(path);
+    // The list ends with a full piece and a small file after it.
+    const std::vector<size_t> sizes = {0, 1, 63, 64, 65, piece - 1, piece, piece + 1, 2 * piece - 1, 2 * piece,
+                                       2 * piece + 1, 3 * piece + 17, 5 * piece + 4099, piece, 10};
+    std::vector<std::wstring> paths;
+    for (size_t size : sizes) {
+        std::wstring name = L"boundary" + std::to_wstring(paths.size()) + L".bin";
+        paths.push_back(Make(name.c_str(), data.substr(0, size)));
+        FileDigest digest = HashFile(paths.back());
         EXPECT_EQ(digest.hash, Sha1Hex(data.data(), size)) << size;
         EXPECT_EQ(digest.size, size) << size;
     }
-    DeleteFileW((base + L"\\boundary.bin").c_str());
+    // The threads of HashFiles read every small file into one buffer of their own: a file after a
+    // larger one is hashed over its own bytes only.
+    std::vector<FileDigest> digests = HashFiles(paths, 1);
+    for (size_t i = 0; i < sizes.size(); ++i) {
+        EXPECT_EQ(digests[i].hash, Sha1Hex(data.data(), sizes[i])) << sizes[i];
+        EXPECT_EQ(digests[i].size, sizes[i]) << sizes[i];
+    }
+    for (const std::wstring& path : paths)
+        DeleteFileW(path.c_str());
 }
 
 // A file that another handle holds open for writing (sharing read and write) is hashed as it is
