@@ -10,6 +10,7 @@
 #include <windows.h>
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <new>
 #include <system_error>
@@ -26,6 +27,11 @@ namespace {
 // than kPieceCount * kPieceSize bytes whatever the file's size.
 constexpr uint32_t kPieceSize = kHashPieceSize;
 constexpr unsigned kPieceCount = 2;
+
+// The work left on the calling thread above which HashFiles starts its helpers, judged once the
+// thread has worked long enough for its pace to be known (the first files of a run are slower).
+constexpr std::chrono::milliseconds kHelpersAfter{20};
+constexpr std::chrono::milliseconds kPaceAfter{5};
 
 // Reads `length` bytes from the file's current position; false when the file ends first or the
 // read fails.
@@ -226,16 +232,37 @@ std::vector<FileDigest> HashFiles(const std::vector<std::wstring>& paths, unsign
             digests[i] = HashPath(paths[i], scratch);
         free(scratch);
     };
-    size_t helpers = threads > 1 && paths.size() > 1 ? std::min<size_t>(threads, paths.size()) - 1 : 0;
+
+    // This thread starts at once. The helpers are started only once the files left would keep it
+    // busy for longer than kHelpersAfter, judged by its pace so far: under Wine a new thread
+    // starts running 5 to 20 ms after it is created, longer than one thread takes over the
+    // 50 small files of a launcher's usual start.
     std::vector<std::thread> running;
-    running.reserve(helpers);
-    try {
-        for (size_t i = 0; i < helpers; ++i)
-            running.emplace_back(work);
-    } catch (const std::system_error&) {
-        // Fewer threads only take longer: whatever they leave, this one hashes.
+    bool decided = threads < 2 || paths.size() < 2;
+    auto* scratch = static_cast<unsigned char*>(malloc(kPieceSize));
+    auto start = std::chrono::steady_clock::now();
+    size_t done = 0;
+    for (size_t i = next++; i < paths.size(); i = next++) {
+        digests[i] = HashPath(paths[i], scratch);
+        ++done;
+        size_t taken = std::min(next.load(), paths.size());
+        if (decided || taken == paths.size())
+            continue;
+        auto spent = std::chrono::steady_clock::now() - start;
+        if (spent < kPaceAfter ||
+            spent * static_cast<int64_t>(paths.size() - taken) / static_cast<int64_t>(done) < kHelpersAfter)
+            continue;
+        decided = true;
+        size_t helpers = std::min<size_t>(threads - 1, paths.size() - taken);
+        running.reserve(helpers);
+        try {
+            for (size_t n = 0; n < helpers; ++n)
+                running.emplace_back(work);
+        } catch (const std::system_error&) {
+            // Fewer threads only take longer: whatever they leave, this one hashes.
+        }
     }
-    work();
+    free(scratch);
     for (std::thread& thread : running)
         thread.join();
     return digests;

@@ -23,6 +23,6 @@ constexpr uint32_t kHashPieceSize = 4u << 20;
 // fails: what cannot be read gives the underscore text (with the real size when only the size is
 // known), and so does a file that ends before `size` bytes have been read.
 FileDigest HashFile(const std::wstring& path);
-// HashFile of every path, on `threads` threads at once (the caller's among them); the digests
-// in the order of the paths.
+// HashFile of every path on up to `threads` threads, the caller's among them; the others join
+// only when the files would keep the caller busy for long. The digests in the order of the paths.
 std::vector<FileDigest> HashFiles(const std::vector<std::wstring>& paths, unsigned threads);
