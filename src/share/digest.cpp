@@ -20,13 +20,16 @@ const wchar_t kNoDigest[] = L"________________________________________";
 
 namespace {
 
-// Files up to one piece are read in one call on the calling thread: a handle that is not bound to
-// the completion port costs three calls into the system per file (open, the read's first use of
-// the handle, close), where a read completed through the port cost ten under Wine.
+// Files up to kWholeSize are read in one call on the calling thread: a handle that is not bound
+// to the completion port costs three calls into the system per file (open, the read's first use
+// of the handle, close), where a read completed through the port cost ten under Wine.
 // Larger files go through kPieceCount buffers of kPieceSize bytes, so HashFile never holds more
-// than kPieceCount * kPieceSize bytes whatever the file's size.
-constexpr uint32_t kPieceSize = kHashPieceSize;
-constexpr unsigned kPieceCount = 2;
+// than kPieceCount * kPieceSize bytes whatever the file's size. Four pieces of 1 MiB hashed
+// 256 MiB 6 to 9% faster under Wine than two of 4 MiB (medians 213 against 235 ms, 224 against
+// 238 ms).
+constexpr uint32_t kWholeSize = kHashPieceSize;
+constexpr uint32_t kPieceSize = 1u << 20;
+constexpr unsigned kPieceCount = 4;
 
 // The work left on the calling thread above which HashFiles starts its helpers, judged once the
 // thread has worked long enough for its pace to be known (the first files of a run are slower).
@@ -159,7 +162,7 @@ bool HashPieces(HANDLE file, uint64_t length, Sha1Context& sha1)
     return complete;
 }
 
-// `scratch` holds kPieceSize bytes, or is null for a buffer of the file's own size.
+// `scratch` holds kWholeSize bytes, or is null for a buffer of the file's own size.
 bool HashWhole(HANDLE file, uint32_t length, Sha1Context& sha1, unsigned char* scratch)
 {
     // One extra byte keeps the allocation valid for an empty file.
@@ -174,7 +177,7 @@ bool HashWhole(HANDLE file, uint32_t length, Sha1Context& sha1, unsigned char* s
     return ok;
 }
 
-// HashFile with a buffer of kPieceSize bytes for the small files, or null. The file is opened
+// HashFile with a buffer of kWholeSize bytes for the small files, or null. The file is opened
 // first and its size read through the handle, which the read needs anyway: asking the path for
 // its attributes first cost a second lookup of the path per file.
 FileDigest HashPath(const std::wstring& path, unsigned char* scratch)
@@ -200,7 +203,7 @@ FileDigest HashPath(const std::wstring& path, unsigned char* scratch)
     // read gives the underscores; one that grows has its first `size` bytes hashed.
     Sha1Context sha1;
     Sha1Init(sha1);
-    bool ok = digest.size <= kPieceSize
+    bool ok = digest.size <= kWholeSize
                   ? HashWhole(file.Get(), static_cast<uint32_t>(digest.size), sha1, scratch)
                   : HashPieces(file.Get(), digest.size, sha1);
     file.Reset();
@@ -227,7 +230,7 @@ std::vector<FileDigest> HashFiles(const std::vector<std::wstring>& paths, unsign
     // was committed and released again every time, each a change of the address space that every
     // thread of the process sees.
     auto work = [&] {
-        auto* scratch = static_cast<unsigned char*>(malloc(kPieceSize));
+        auto* scratch = static_cast<unsigned char*>(malloc(kWholeSize));
         for (size_t i = next++; i < paths.size(); i = next++)
             digests[i] = HashPath(paths[i], scratch);
         free(scratch);
@@ -239,7 +242,7 @@ std::vector<FileDigest> HashFiles(const std::vector<std::wstring>& paths, unsign
     // 50 small files of a launcher's usual start.
     std::vector<std::thread> running;
     bool decided = threads < 2 || paths.size() < 2;
-    auto* scratch = static_cast<unsigned char*>(malloc(kPieceSize));
+    auto* scratch = static_cast<unsigned char*>(malloc(kWholeSize));
     auto start = std::chrono::steady_clock::now();
     size_t done = 0;
     for (size_t i = next++; i < paths.size(); i = next++) {

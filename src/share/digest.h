@@ -15,7 +15,7 @@ struct FileDigest {
 // Files above this size are never hashed.
 constexpr uint64_t kMaxHashedSize = 0x10000000;
 
-// Files up to this size are read in one piece; larger ones in pieces of this size, read on a
+// Files up to this size are read in one piece; larger ones in smaller pieces, read on a
 // completion-port worker while the piece before is hashed.
 constexpr uint32_t kHashPieceSize = 4u << 20;
 
