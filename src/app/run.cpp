@@ -5,8 +5,8 @@
 #include "app/manifest.h"
 #include "runtime/fatal.h"
 #include "runtime/iocp.h"
+#include "share/broadcaster.h"
 #include "share/manifest_source.h"
-#include "share/peers.h"
 
 #include <winsock2.h>
 
@@ -18,8 +18,10 @@ void RunUpdate(const std::wstring& pathAndQuery)
         FatalError(0x89437291);
 
     UpdaterConfig& config = *updaterConfig;
+    // Loaded on a worker instead, iphlpapi was often still loading when a quick run began its
+    // discovery, and the discovery waited for it.
     if (config.httpSharePort != 0)
-        PreparePeerSharing();
+        PrepareBroadcaster();
     config.domainRing.Assign(config.domains);
     config.domains = config.domainRing.items;
     // The walk goes over a copy of the domains: downloads later reuse the ring for their host lists.

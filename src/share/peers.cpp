@@ -5,7 +5,6 @@
 #include "runtime/clock.h"
 #include "runtime/handles.h"
 #include "runtime/io_request.h"
-#include "runtime/iocp.h"
 #include "runtime/logger.h"
 #include "share/broadcaster.h"
 
@@ -71,14 +70,6 @@ void SendQueryBurst(Discovery& discovery)
 }
 
 }  // namespace
-
-void PreparePeerSharing()
-{
-    IoRequest* request = NewIoRequest();
-    request->refCount = 1;
-    request->callback = [](IoRequest*) { PrepareBroadcaster(); };
-    IocpPost(CompleteIoRequest, &request->overlapped, 0);
-}
 
 void StartPeerSharing(std::list<UpdateItem>& items, uint16_t port)
 {

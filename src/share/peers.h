@@ -20,9 +20,6 @@ std::vector<std::string> BuildPeerQueries(const std::list<UpdateItem>& items, ui
 // Reads nothing beyond `count` bytes; false when the datagram is not an answer with this prefix.
 bool ApplyPeerAnswer(const unsigned char* bytes, size_t count, uint32_t sender, const std::string& prefix,
                      std::list<UpdateItem>& items);
-// Loads what StartPeerSharing needs from the system on a completion-port worker, so that a run
-// that will look for peers has it at hand when its discovery starts.
-void PreparePeerSharing();
 // Asks the local networks on `port` for the items: query bursts at about 0, 200 and 400 ms,
 // answers taken until 500 ms or until every item has a peer. What the answers tell is left in
 // the items: their peers, and from a version 2 answer the expected hash and size.
