@@ -54,6 +54,15 @@ wSocketBroadcaster::~wSocketBroadcaster()
 
 bool wSocketBroadcaster::Loop()
 {
+    WaitForSingleObject(wakeEvent.Get(), 2000);
+    ResetEvent(wakeEvent.Get());
+    if (!stopFlag)
+        Refresh();
+    return true;
+}
+
+void wSocketBroadcaster::Refresh()
+{
     // The pass needs only which interfaces are up, their IPv4 addresses with prefix lengths,
     // and which interfaces hold a default route. The IP-interface, neighbour and adapter tables
     // are not gathered (GetIpInterfaceTable is not even supported under Wine).
@@ -98,10 +107,6 @@ bool wSocketBroadcaster::Loop()
         if (table)
             tables.free(table);
     }
-    ++passes;
-    WaitForSingleObject(wakeEvent.Get(), 2000);
-    ResetEvent(wakeEvent.Get());
-    return true;
 }
 
 void wSocketBroadcaster::End()

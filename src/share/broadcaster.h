@@ -6,7 +6,6 @@
 #include "runtime/thread.h"
 #include "share/socket.h"
 
-#include <atomic>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -45,11 +44,12 @@ public:
     // subnet holds it, else the first with a default route; null when there is neither.
     static UdpSocket* Route(const SocketMap& sockets, uint32_t destination);
 
-    // Finished refresh passes; non-zero once the first pass has opened its sockets.
-    std::atomic<uint32_t> passes{0};
+    // One refresh pass: a socket for every usable local IPv4 address that has none yet. The
+    // owner makes the first pass itself before it starts the thread, which makes the others.
+    void Refresh();
 
 protected:
-    // One refresh pass, then a wait of up to 2000 ms on the wake event.
+    // A wait of up to 2000 ms on the wake event, then a refresh pass unless the thread stops.
     bool Loop() override;
     // Closes and destroys every socket.
     void End() override;

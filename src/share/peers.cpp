@@ -75,9 +75,9 @@ void StartPeerSharing(std::list<UpdateItem>& items, uint16_t port)
 {
     LogA("Finding peers in local network...");
     Discovery discovery(items, port);
+    // The first pass runs here, so the first queries do not wait for a new thread to start.
+    discovery.Refresh();
     discovery.Start("wSocketBroadcaster", 0x62401937, 0x62401938);
-    while (discovery.passes == 0)
-        Sleep(1);
 
     uint64_t start = PerformanceMilliseconds();
     uint64_t lastBurst = 0;
