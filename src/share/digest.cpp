@@ -177,30 +177,26 @@ bool HashWhole(HANDLE file, uint32_t length, Sha1Context& sha1, unsigned char* s
     return ok;
 }
 
-// HashFile with a buffer of kWholeSize bytes for the small files, or null. The file is opened
-// first and its size read through the handle, which the read needs anyway: asking the path for
-// its attributes first cost a second lookup of the path per file.
+// HashFile with a buffer of kWholeSize bytes for the small files, or null. The attributes come
+// first: asking for them costs no trip to Wine's server, so a missing file costs none at all.
 FileDigest HashPath(const std::wstring& path, unsigned char* scratch)
 {
     FileDigest digest;
-    UniqueHandle file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                  nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
-    if (!file) {
-        // A file that cannot be opened (another program holds it exclusively) still has a size.
-        WIN32_FILE_ATTRIBUTE_DATA attributes;
-        if (GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &attributes) &&
-            !(attributes.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY))
-            digest.size = (uint64_t(attributes.nFileSizeHigh) << 32) | attributes.nFileSizeLow;
+    WIN32_FILE_ATTRIBUTE_DATA attributes;
+    if (!GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &attributes))
         return digest;
-    }
-    FILE_STANDARD_INFO standard;
-    if (!GetFileInformationByHandleEx(file.Get(), FileStandardInfo, &standard, sizeof(standard)) || standard.Directory)
+    if (attributes.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)
         return digest;
-    digest.size = static_cast<uint64_t>(standard.EndOfFile.QuadPart);
+    digest.size = (uint64_t(attributes.nFileSizeHigh) << 32) | attributes.nFileSizeLow;
     if (digest.size > kMaxHashedSize)
         return digest;
-    // The digest covers the `size` bytes found at the start. A file that shrinks before they are
-    // read gives the underscores; one that grows has its first `size` bytes hashed.
+
+    UniqueHandle file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                  nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+    if (!file)
+        return digest;
+    // The digest covers the `size` bytes that the attributes reported. A file that shrinks before
+    // they are read gives the underscores; one that grows has its first `size` bytes hashed.
     Sha1Context sha1;
     Sha1Init(sha1);
     bool ok = digest.size <= kWholeSize

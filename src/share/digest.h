@@ -19,7 +19,7 @@ constexpr uint64_t kMaxHashedSize = 0x10000000;
 // completion-port worker while the piece before is hashed.
 constexpr uint32_t kHashPieceSize = 4u << 20;
 
-// The SHA-1 of the file's first `size` bytes, `size` being its size when it is opened. Never
+// The SHA-1 of the file's first `size` bytes, `size` being what its attributes report. Never
 // fails: what cannot be read gives the underscore text (with the real size when only the size is
 // known), and so does a file that ends before `size` bytes have been read.
 FileDigest HashFile(const std::wstring& path);
