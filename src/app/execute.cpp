@@ -206,6 +206,8 @@ bool ExecuteUpdateItems(const std::wstring& stagingDirectory, const wJsonObject&
             LogW(L"Failed to start %s service. (0x%08X)", name, result);
     });
     complete = StartProgram(manifest) && complete;
-    DeleteTree(stagingDirectory);
+    // Not through the shell's DeleteTree: it would load shell32 and user32 at the end of every
+    // update run only to remove folders that are empty by now.
+    DeleteFolderTree(stagingDirectory);
     return complete;
 }

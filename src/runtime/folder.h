@@ -1,4 +1,4 @@
-// CreateDirectoryPath: a folder made together with its missing parents.
+// Folder paths: one made together with its missing parents, one deleted with all it holds.
 #pragma once
 #include <cstdint>
 #include <string>
@@ -6,3 +6,7 @@
 // Creates the folder and its missing parents: 0, or the Windows error of the folder itself
 // (183 if it exists, 161 for a relative path, 3 when a parent cannot be made).
 uint32_t CreateDirectoryPath(const std::wstring& path);
+
+// Deletes the folder and everything in it, read-only and hidden entries too; a link to a folder is
+// removed without entering it. True when nothing is left at the path, a missing path included.
+bool DeleteFolderTree(const std::wstring& path);

@@ -514,6 +514,47 @@ TEST(Folders, DeleteTreeRemovesReadOnlyAndHiddenFiles)
     EXPECT_NE(GetFileAttributesW(folder.c_str()), INVALID_FILE_ATTRIBUTES);
 }
 
+TEST(Folders, DeleteFolderTreeRemovesEverythingBelowIt)
+{
+    std::wstring folder = FreshFolder(L"delete-tree");
+    std::wstring root = folder + L"\\tree";
+    std::wstring deep = root;
+    for (int level = 0; level < 20; ++level)
+        deep += L"\\d";
+    ASSERT_EQ(CreateDirectoryPath(deep), 0u);
+    ASSERT_EQ(CreateDirectoryPath(root + L"\\empty"), 0u);
+    for (const std::wstring& path : {root + L"\\plain.txt", root + L"\\read-only.txt", deep + L"\\bottom.txt"}) {
+        UniqueHandle file(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr));
+        ASSERT_TRUE(file);
+    }
+    ASSERT_TRUE(SetFileAttributesW((root + L"\\read-only.txt").c_str(), FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN));
+    ASSERT_TRUE(SetFileAttributesW((root + L"\\empty").c_str(), FILE_ATTRIBUTE_READONLY));
+
+    EXPECT_TRUE(DeleteFolderTree(root));
+    EXPECT_EQ(GetFileAttributesW(root.c_str()), INVALID_FILE_ATTRIBUTES);
+    EXPECT_NE(GetFileAttributesW(folder.c_str()), INVALID_FILE_ATTRIBUTES);
+    EXPECT_TRUE(DeleteFolderTree(root));
+}
+
+TEST(Folders, DeleteFolderTreeLeavesWhatItCannotRemove)
+{
+    std::wstring folder = FreshFolder(L"delete-held");
+    std::wstring root = folder + L"\\tree";
+    ASSERT_EQ(CreateDirectoryPath(root + L"\\sub"), 0u);
+    std::wstring held = root + L"\\sub\\held.txt";
+    UniqueHandle file(CreateFileW(held.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr));
+    ASSERT_TRUE(file);
+    UniqueHandle other(CreateFileW((root + L"\\gone.txt").c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr));
+    ASSERT_TRUE(other);
+    other.Reset();
+
+    EXPECT_FALSE(DeleteFolderTree(root));
+    EXPECT_NE(GetFileAttributesW(held.c_str()), INVALID_FILE_ATTRIBUTES);
+    EXPECT_EQ(GetFileAttributesW((root + L"\\gone.txt").c_str()), INVALID_FILE_ATTRIBUTES);
+    file.Reset();
+    EXPECT_TRUE(DeleteFolderTree(root));
+}
+
 TEST(Folders, DeleteTreeOnAMissingPath)
 {
     std::wstring folder = FreshFolder(L"delete-missing");
