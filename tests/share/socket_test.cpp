@@ -95,7 +95,9 @@ private:
     HANDLE arrived;
 };
 
-// A port on 127.0.0.1 that nothing was bound to a moment ago.
+// A port on 127.0.0.1 that nothing was bound to a moment ago. The port is free again once this
+// returns, so a second call may give the same one: each test binds a port before it asks for the
+// next.
 uint16_t FreeUdpPort()
 {
     SOCKET probe = socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
@@ -140,8 +142,9 @@ protected:
 TEST_F(UdpSocketTest, DatagramArrivesWithItsSender)
 {
     Recorder a, b;
-    uint16_t portA = FreeUdpPort(), portB = FreeUdpPort();
+    uint16_t portA = FreeUdpPort();
     ASSERT_EQ(a.Open(kLoopback, portA, 1, 2048), 0u);
+    uint16_t portB = FreeUdpPort();
     ASSERT_EQ(b.Open(kLoopback, portB, 1, 2048), 0u);
     EXPECT_EQ(a.LocalAddress().sin_port, htons(portA));
     EXPECT_EQ(a.LocalAddress().sin_addr.s_addr, kLoopback);
@@ -164,8 +167,8 @@ TEST_F(UdpSocketTest, OneReceiveIsPostedAgainForEveryDatagram)
 {
     Recorder a, b;
     uint16_t portB = FreeUdpPort();
-    ASSERT_EQ(a.Open(kLoopback, FreeUdpPort(), 1, 2048), 0u);
     ASSERT_EQ(b.Open(kLoopback, portB, 1, 2048), 0u);
+    ASSERT_EQ(a.Open(kLoopback, FreeUdpPort(), 1, 2048), 0u);
     for (int i = 0; i < 40; ++i) {
         std::string text = "datagram " + std::to_string(i);
         a.SendTo(text.data(), static_cast<uint32_t>(text.size()), LoopbackAt(portB));
@@ -182,8 +185,8 @@ TEST_F(UdpSocketTest, SendCopiesTheBytesAndAnEmptyDatagramArrives)
 {
     Recorder a, b;
     uint16_t portB = FreeUdpPort();
-    ASSERT_EQ(a.Open(kLoopback, FreeUdpPort(), 1, 2048), 0u);
     ASSERT_EQ(b.Open(kLoopback, portB, 1, 2048), 0u);
+    ASSERT_EQ(a.Open(kLoopback, FreeUdpPort(), 1, 2048), 0u);
     {
         std::string temporary(1500, 'x');
         a.SendTo(temporary.data(), 1500, LoopbackAt(portB));
@@ -200,8 +203,8 @@ TEST_F(UdpSocketTest, ResetAndOtherSoftErrorsPostTheReceiveAgain)
 {
     Recorder a, b;
     uint16_t portB = FreeUdpPort();
-    ASSERT_EQ(a.Open(kLoopback, FreeUdpPort(), 1, 2048), 0u);
     ASSERT_EQ(b.Open(kLoopback, portB, 1, 2048), 0u);
+    ASSERT_EQ(a.Open(kLoopback, FreeUdpPort(), 1, 2048), 0u);
     static char buffers[10][2048];
     const uint32_t soft[] = {0, 64, 234, 1231, 1232, 1233, 1234, 10040, 10052, 10054};
     for (int i = 0; i < 10; ++i)
@@ -265,8 +268,8 @@ TEST_F(UdpSocketTest, DestroyingAnOpenSocketWaitsForItsRequests)
     Recorder a;
     uint16_t portB = FreeUdpPort();
     auto* b = new Recorder;
-    ASSERT_EQ(a.Open(kLoopback, FreeUdpPort(), 1, 2048), 0u);
     ASSERT_EQ(b->Open(kLoopback, portB, 4, 2048), 0u);
+    ASSERT_EQ(a.Open(kLoopback, FreeUdpPort(), 1, 2048), 0u);
     a.SendTo("x", 1, LoopbackAt(portB));
     ASSERT_TRUE(b->WaitFor(1));
     delete b;
