@@ -63,8 +63,8 @@ public:
     int64_t received = 0;
 
 private:
-    // One write through the completion port costs far more than copying a piece, so the pieces
-    // of a body go to the file in batches of this size.
+    // One write costs far more than copying a piece, so the pieces of a body go to the file in
+    // batches of this size.
     static constexpr size_t kWriteBatchSize = size_t(1) << 20;
 
     // Adds body bytes to the batch, writing each batch that fills up; false when a write fails.

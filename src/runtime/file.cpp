@@ -1,5 +1,5 @@
 // wFile: overlapped file I/O completed on the port, waited for by the caller on an event that
-// each thread makes once and reuses.
+// each thread makes once and reuses; or, opened direct, positioned I/O on the calling thread.
 #include "runtime/file.h"
 #include "runtime/fatal.h"
 #include "runtime/handles.h"
@@ -40,21 +40,25 @@ wFile::~wFile()
     Close();
 }
 
-uint32_t wFile::Open(const std::wstring& path, bool read, bool write, bool shareDelete, uint32_t disposition)
+uint32_t wFile::Open(const std::wstring& path, bool read, bool write, bool shareDelete, uint32_t disposition,
+                     FileIo io)
 {
     DWORD access = (read ? GENERIC_READ : 0) | (write ? GENERIC_WRITE : 0);
     DWORD share = FILE_SHARE_READ | FILE_SHARE_WRITE | (shareDelete ? FILE_SHARE_DELETE : 0);
-    UniqueHandle opened(CreateFileW(path.c_str(), access, share, nullptr, disposition,
-                                    FILE_FLAG_OVERLAPPED | FILE_ATTRIBUTE_NORMAL, nullptr));
+    DWORD flags = FILE_ATTRIBUTE_NORMAL | (io == FileIo::Port ? FILE_FLAG_OVERLAPPED : 0);
+    UniqueHandle opened(CreateFileW(path.c_str(), access, share, nullptr, disposition, flags, nullptr));
     if (!opened)
         return GetLastError();
-    if (uint32_t error = IocpBind(opened.Get(), CompleteIoRequest))
-        return error;
+    if (io == FileIo::Port) {
+        if (uint32_t error = IocpBind(opened.Get(), CompleteIoRequest))
+            return error;
+    }
     void* expected = nullptr;
     if (!handle.compare_exchange_strong(expected, opened.Get()))
         return ERROR_INVALID_HANDLE;
     opened.Release();
     name = path;
+    mode = io;
     return 0;
 }
 
@@ -70,6 +74,8 @@ IoResult wFile::Write(uint64_t position, const void* buffer, uint32_t length)
 
 IoResult wFile::Issue(uint32_t kind, uint64_t position, void* buffer, uint32_t length)
 {
+    if (mode == FileIo::Direct)
+        return IssueDirect(kind, position, buffer, length);
     Waiter waiter{0, 0, WaitEvent()};
     IoRequest* request = NewIoRequest();
     request->overlapped.Offset = static_cast<DWORD>(position);
@@ -98,6 +104,19 @@ IoResult wFile::Issue(uint32_t kind, uint64_t position, void* buffer, uint32_t l
     }
     WaitForSingleObject(waiter.event, INFINITE);
     return IoResult{waiter.error, waiter.bytes};
+}
+
+// The position goes in an OVERLAPPED as for the port, but the handle is synchronous: the call
+// returns when the operation is done, with no completion to queue and no thread to wake.
+IoResult wFile::IssueDirect(uint32_t kind, uint64_t position, void* buffer, uint32_t length)
+{
+    OVERLAPPED at{};
+    at.Offset = static_cast<DWORD>(position);
+    at.OffsetHigh = static_cast<DWORD>(position >> 32);
+    DWORD done = 0;
+    HANDLE file = handle.load();
+    BOOL ok = kind == kIoRead ? ReadFile(file, buffer, length, &done, &at) : WriteFile(file, buffer, length, &done, &at);
+    return IoResult{ok ? 0u : static_cast<uint32_t>(GetLastError()), done};
 }
 
 void wFile::Close()

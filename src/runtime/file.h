@@ -1,5 +1,6 @@
-// wFile: a file handle bound to the completion port; reads and writes are overlapped
-// operations at explicit positions that the calling thread waits for.
+// wFile: a file handle whose reads and writes at explicit positions the calling thread waits
+// for: overlapped operations completed on the completion port, or, opened direct, plain
+// operations that complete on the calling thread.
 #pragma once
 #include <atomic>
 #include <cstdint>
@@ -10,6 +11,12 @@ struct IoResult {
     uint32_t bytes;
 };
 
+// How a wFile's operations complete.
+enum class FileIo {
+    Port,    // overlapped, bound to the completion port
+    Direct,  // on the calling thread, without the port
+};
+
 class wFile {
 public:
     wFile() = default;
@@ -18,7 +25,8 @@ public:
     wFile& operator=(const wFile&) = delete;
 
     // 0 or the Windows error code; 6 (ERROR_INVALID_HANDLE) when the object is already open.
-    uint32_t Open(const std::wstring& path, bool read, bool write, bool shareDelete, uint32_t disposition);
+    uint32_t Open(const std::wstring& path, bool read, bool write, bool shareDelete, uint32_t disposition,
+                  FileIo io = FileIo::Port);
     IoResult Read(uint64_t position, void* buffer, uint32_t length);
     IoResult Write(uint64_t position, const void* buffer, uint32_t length);
     // Closes once however often it is called.
@@ -30,7 +38,9 @@ public:
 
 private:
     IoResult Issue(uint32_t kind, uint64_t position, void* buffer, uint32_t length);
+    IoResult IssueDirect(uint32_t kind, uint64_t position, void* buffer, uint32_t length);
 
     std::wstring name;
+    FileIo mode = FileIo::Port;
     std::atomic<void*> handle{nullptr};
 };

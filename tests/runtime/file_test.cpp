@@ -1,4 +1,5 @@
-// wFile: positioned overlapped reads and writes completed on the port, and its error cases.
+// wFile: positioned overlapped reads and writes completed on the port, the same opened direct,
+// and their error cases.
 #include <gtest/gtest.h>
 #include "runtime/file.h"
 #include "runtime/iocp.h"
@@ -114,4 +115,44 @@ TEST_F(FileTest, ThreadsReuseTheirEventAndEachGetTheirOwnResults)
         thread.join();
     for (bool each : ok)
         EXPECT_TRUE(each);
+}
+
+// Opened direct, a file is never bound to the port: it opens and works with no port running, at
+// explicit positions, with the same results as through the port.
+TEST(DirectFile, WorksWithoutThePortAtPositions)
+{
+    std::wstring path = TestPath(L"file_direct_", L".bin");
+    DeleteFileW(path.c_str());
+    wFile file;
+    ASSERT_EQ(file.Open(path, true, true, false, CREATE_ALWAYS, FileIo::Direct), 0u);
+    IoResult second = file.Write(5, "world", 5);
+    IoResult first = file.Write(0, "hello", 5);
+    EXPECT_EQ(first.error, 0u);
+    EXPECT_EQ(first.bytes, 5u);
+    EXPECT_EQ(second.bytes, 5u);
+    char buffer[16] = {};
+    IoResult read = file.Read(3, buffer, sizeof(buffer));
+    EXPECT_EQ(read.error, 0u);
+    ASSERT_EQ(read.bytes, 7u);
+    EXPECT_EQ(std::string(buffer, 7), "loworld");
+    IoResult past = file.Read(100, buffer, sizeof(buffer));
+    EXPECT_EQ(past.error, static_cast<uint32_t>(ERROR_HANDLE_EOF));
+    EXPECT_EQ(past.bytes, 0u);
+    EXPECT_EQ(file.Open(path, true, false, false, OPEN_EXISTING, FileIo::Direct), static_cast<uint32_t>(ERROR_INVALID_HANDLE));
+    file.Close();
+    EXPECT_FALSE(file.IsOpen());
+    IoResult closed = file.Read(0, buffer, sizeof(buffer));
+    EXPECT_EQ(closed.error, static_cast<uint32_t>(ERROR_INVALID_HANDLE));
+    DeleteFileW(path.c_str());
+}
+
+// A write that the device refuses reports its error and no bytes, as a write through the port
+// does. Z:\dev\full is Wine's view of the Linux device that is always full.
+TEST(DirectFile, RefusedWriteReportsItsError)
+{
+    wFile file;
+    ASSERT_EQ(file.Open(L"Z:\\dev\\full", false, true, false, OPEN_EXISTING, FileIo::Direct), 0u);
+    IoResult written = file.Write(0, "abc", 3);
+    EXPECT_EQ(written.error, static_cast<uint32_t>(ERROR_DISK_FULL));
+    EXPECT_EQ(written.bytes, 0u);
 }
