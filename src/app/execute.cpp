@@ -83,11 +83,16 @@ void Replace(const std::wstring& source, const std::wstring& destination)
     for (;;) {
         bool isFolder = false;
         if (Exists(destination, isFolder)) {
-            SetFileAttributesW(destination.c_str(), FILE_ATTRIBUTE_NORMAL);
-            if (isFolder)
+            if (isFolder) {
+                SetFileAttributesW(destination.c_str(), FILE_ATTRIBUTE_NORMAL);
                 DeleteTree(destination);
-            else
+            } else if (!DeleteFileW(destination.c_str())) {
+                // A file's attributes are made normal only when it will not go as it is (when it
+                // is read-only): once it is deleted nobody sees them, and setting them costs
+                // three calls into the system (trips to Wine's server, under Wine).
+                SetFileAttributesW(destination.c_str(), FILE_ATTRIBUTE_NORMAL);
                 DeleteFileW(destination.c_str());
+            }
         }
         CreateDirectoryPath(GetDirectoryPart(destination));
         if (MoveFileExW(source.c_str(), destination.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_COPY_ALLOWED))

@@ -95,6 +95,20 @@ class UpdateFromNginx(unittest.TestCase):
         self.assertEqual(messages[1:], ["Nothing to update!"])
         self.assertEqual(self.nginx.requests(), ["GET /m.json HTTP/1.1 200"])
 
+    def test_read_only_file_is_replaced(self):
+        # Wine shows a file without write permission as read-only: it is replaced all the same.
+        folder = make_app_folder("update-read-only")
+        for name, data in self.new_files.items():
+            write(os.path.join(folder, name), data)
+        old = os.path.join(folder, "app.dll")
+        write(old, b"old library")
+        os.chmod(old, 0o444)
+        messages = self.run_update(folder)
+        self.assertEqual(messages[-1], f"Replaced {windows_path(folder)}\\app.dll")
+        self.assertFalse(any(m.startswith("Failed to replace.") for m in messages), messages)
+        self.assertEqual(read(old), self.new_files["app.dll"])
+        self.assertFalse(os.path.exists(os.path.join(folder, "_update")))
+
     def test_rerun_passes_files_already_staged(self):
         folder = make_app_folder("update-resume")
         for name, data in self.new_files.items():
