@@ -65,7 +65,6 @@ bool QueryLog::Loop()
 {
     bool open = Flush(false);
     WaitForSingleObject(wakeEvent.Get(), open ? static_cast<DWORD>(kGapMs) : INFINITE);
-    ResetEvent(wakeEvent.Get());
     return true;
 }
 

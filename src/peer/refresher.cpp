@@ -47,6 +47,5 @@ bool Refresher::Loop()
 {
     RefreshNow();
     WaitForSingleObject(wakeEvent.Get(), kEveryMs);
-    ResetEvent(wakeEvent.Get());
     return true;
 }

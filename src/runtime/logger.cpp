@@ -161,7 +161,10 @@ void wLogger::Append(std::string& entry)
         Echo(entry);
 
     PutInRing(entry);
-    SetEvent(wakeEvent.Get());
+    // Signalling an event that is already signalled changes nothing, yet costs a call into the
+    // system (a trip to Wine's server, under Wine).
+    if (!wakePending.exchange(true))
+        SetEvent(wakeEvent.Get());
 }
 
 bool wLogger::Begin()
@@ -176,7 +179,6 @@ bool wLogger::Begin()
 bool wLogger::Loop()
 {
     WaitForSingleObject(wakeEvent.Get(), INFINITE);
-    ResetEvent(wakeEvent.Get());
     // A flush asked for during this pass is served by the next one, which its wake-up starts.
     bool flushing = flushRequested != 0;
 
@@ -197,6 +199,10 @@ bool wLogger::Loop()
             fileDay = now.wDay;
         }
     }
+    // Cleared after the file is opened, or failed to open, and before the ring is read: entries
+    // appended since the wake-up are in the ring when this pass reads it, without a signal (and
+    // a pass) of their own; an entry that finds the flag clear signals again.
+    wakePending = false;
     if (file) {
         // Text stays in the ring while no file can be opened.
         while (uint32_t n = TakeFromRing())

@@ -6,6 +6,7 @@
 #include "runtime/printf_check.h"
 #include "runtime/thread.h"
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 
@@ -65,6 +66,9 @@ private:
     unsigned char* writeBuffer = nullptr;
     volatile uint8_t overflow = 0;
     volatile uint8_t flushRequested = 0;
+    // Set by the entry that signals the wake event, cleared by the pass that the signal starts
+    // just before it reads the ring: the entries between them need no signal of their own.
+    std::atomic<bool> wakePending{false};
     UniqueHandle flushDone;
     std::wstring programName;
     std::wstring logDirectory;

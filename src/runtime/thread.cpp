@@ -5,7 +5,10 @@
 #include <windows.h>
 #include <cstring>
 
-wThread::wThread() : wakeEvent(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {}
+// Auto-reset: the wait that a signal ends takes the signal with it, so no loop resets the event
+// (under Wine a reset is one more trip to the server per pass), and a signal given just after a
+// wait timed out is kept for the next wait instead of being reset away.
+wThread::wThread() : wakeEvent(CreateEventW(nullptr, FALSE, FALSE, nullptr)) {}
 
 wThread::~wThread()
 {

@@ -27,7 +27,7 @@ protected:
     // Called once after the loop when Begin returned true.
     virtual void End();
 
-    UniqueHandle wakeEvent;
+    UniqueHandle wakeEvent;  // auto-reset
     // Taken out with an atomic exchange by Stop or by the ending thread, whichever comes first.
     void* volatile thread = nullptr;
     uint32_t threadId = 0;

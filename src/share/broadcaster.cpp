@@ -55,7 +55,6 @@ wSocketBroadcaster::~wSocketBroadcaster()
 bool wSocketBroadcaster::Loop()
 {
     WaitForSingleObject(wakeEvent.Get(), 2000);
-    ResetEvent(wakeEvent.Get());
     if (!stopFlag)
         Refresh();
     return true;
