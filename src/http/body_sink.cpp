@@ -56,7 +56,7 @@ int64_t BodySink::TakeHead(const char* bytes, size_t count)
 int64_t BodySink::TakeBody(const char* bytes, size_t count)
 {
     if (!outputPath.empty() && !file.IsOpen()) {
-        // Written on this thread: under Wine a write through the completion port costs six more
+        // Written on this thread: under Wine a write through the completion port costs five more
         // calls into the system and two thread wake-ups, for the same bytes at the same moment.
         if (file.Open(outputPath, false, true, false, CREATE_ALWAYS, FileIo::Direct) != 0)
             return -1;

@@ -107,7 +107,7 @@ IoResult wFile::Issue(uint32_t kind, uint64_t position, void* buffer, uint32_t l
 }
 
 // The position goes in an OVERLAPPED as for the port, but the handle is synchronous: the call
-// returns when the operation is done, with no completion to queue and no thread to wake.
+// returns when the operation is done, with no thread to wake.
 IoResult wFile::IssueDirect(uint32_t kind, uint64_t position, void* buffer, uint32_t length)
 {
     OVERLAPPED at{};
