@@ -4,7 +4,8 @@
 #include <string>
 #include <vector>
 
-class wJsonObject;
+struct ManifestActions;
+struct ManifestFile;
 struct UpdaterConfig;
 struct UpdateItem;
 
@@ -13,7 +14,9 @@ struct UpdateItem;
 bool FetchManifest(const UpdaterConfig& config, const std::wstring& domain, std::vector<std::wstring>& servers);
 // "(local hash -> hash) (local size -> size) (name)"; a local size with all bits set shows as "_".
 std::wstring PlanLine(const UpdateItem& item);
-// Records the files that differ from the manifest and runs the update. A signed release
-// (`releaseVersion`) that was applied whole is recorded as the installation's release.
-void ProcessManifest(const UpdaterConfig& config, const wJsonObject& manifest, uint64_t releaseVersion,
-                     std::vector<std::wstring>& servers);
+// The update from a manifest's files and actions: the files that differ from the copies on disk
+// are planned, their peers found, fetched into the staging folder and moved into place amid the
+// actions. A signed release (`releaseVersion`) that was applied whole is recorded as the
+// installation's release.
+void ProcessManifest(const UpdaterConfig& config, std::vector<ManifestFile> files, const ManifestActions& actions,
+                     uint64_t releaseVersion, std::vector<std::wstring>& servers);
