@@ -19,4 +19,5 @@ struct ManifestActions {
     std::wstring arg;                     // its arguments
 };
 
+// The actions of a parsed manifest.
 ManifestActions ReadManifestActions(const wJsonObject& manifest);

@@ -1,5 +1,6 @@
-// FetchManifest: the manifest of one domain (a parsed JSON object ends the search), compared with
-// the local files.
+// FetchManifest: the manifest of one domain (a parsed JSON object ends the search); then the update
+// it asks for, in its order: the plan against the local files, the peers, the staging, the
+// actions around the replacement, and the signed release recorded.
 #include "app/manifest.h"
 #include "app/actions.h"
 #include "app/config.h"
