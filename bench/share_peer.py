@@ -8,7 +8,8 @@ network namespaces that this script creates and always deletes again):
      from sending the first query datagram to receiving the last answer, as the querying side
      sees it (so an upper bound of datagram in to answer out), and the median round trip of one
      query datagram sent alone;
-  3. a catalogue refresh over 5,000 unchanged files (share_refresh_bench.exe, no sockets).
+  3. a catalogue refresh over 5,000 unchanged files, and the match of each of them as a query
+     asks for it, its attributes read (share_refresh_bench.exe, no sockets).
 
 Prints the figures as rows of a Markdown table for docs/benchmarks.md, each as soon as it is measured. Layout as in
 tests/e2e/test_share_peer.py: a client namespace at 10.79.1.1, VeyShare.exe and nginx at
@@ -205,6 +206,10 @@ def main():
         assert first[3] == "5000", out
         row("refresh over 5,000 unchanged files", f"{statistics.median(again)} ms "
                      f"({min(again)}-{max(again)})", f"first refresh (all hashed) {first[1]} ms", "", "< 500 ms")
+        match = [int(line.split()[1]) / 5000 for line in out if line.startswith("match")]
+        assert all(line.split()[3] == "5000" for line in out if line.startswith("match")), out
+        row("one record's attribute check", f"{statistics.median(match):.1f} us ({min(match):.1f}-{max(match):.1f})",
+            "the match of 5,000 asked records, one after another", "", "")
     finally:
         for process in processes:
             if process.poll() is None:

@@ -24,6 +24,31 @@ bool Exists(const std::wstring& path, bool& isFolder)
     return true;
 }
 
+// The staged file moved over the destination in one step: at every instant the path holds the
+// old file or the new one, never nothing, even if the updater is killed right here. No copy is
+// allowed: a copy to another volume would write the destination piece by piece.
+uint32_t MoveOver(const std::wstring& source, const std::wstring& destination)
+{
+    return MoveFileExW(source.c_str(), destination.c_str(), MOVEFILE_REPLACE_EXISTING) ? 0 : GetLastError();
+}
+
+// Clears what keeps a move from replacing the destination; true when something was changed.
+// Windows refuses to move over a read-only file, so the attribute goes, and the file stays in
+// place until the move replaces it. A folder where the manifest has a file is removed first, as
+// no move replaces a folder. A missing parent folder is created.
+bool ClearWay(const std::wstring& destination)
+{
+    DWORD attributes = GetFileAttributesW(destination.c_str());
+    if (attributes == INVALID_FILE_ATTRIBUTES)
+        return CreateDirectoryPath(GetDirectoryPart(destination)) == 0;
+    if (attributes & FILE_ATTRIBUTE_DIRECTORY) {
+        SetFileAttributesW(destination.c_str(), FILE_ATTRIBUTE_NORMAL);
+        DeleteTree(destination);
+        return true;
+    }
+    return (attributes & FILE_ATTRIBUTE_READONLY) && SetFileAttributesW(destination.c_str(), FILE_ATTRIBUTE_NORMAL);
+}
+
 // Moves the staged file into place. A move that fails is tried again every 500 ms, without a
 // limit and on purpose: the services and programs that held the file were stopped just before,
 // so whatever still holds it lets go in time, and an installation left half replaced would be
@@ -31,23 +56,12 @@ bool Exists(const std::wstring& path, bool& isFolder)
 void Replace(const std::wstring& source, const std::wstring& destination)
 {
     for (;;) {
-        bool isFolder = false;
-        if (Exists(destination, isFolder)) {
-            if (isFolder) {
-                SetFileAttributesW(destination.c_str(), FILE_ATTRIBUTE_NORMAL);
-                DeleteTree(destination);
-            } else if (!DeleteFileW(destination.c_str())) {
-                // A file's attributes are made normal only when it will not go as it is (when it
-                // is read-only): once it is deleted nobody sees them, and setting them costs
-                // three calls into the system (trips to Wine's server, under Wine).
-                SetFileAttributesW(destination.c_str(), FILE_ATTRIBUTE_NORMAL);
-                DeleteFileW(destination.c_str());
-            }
-        }
-        CreateDirectoryPath(GetDirectoryPart(destination));
-        if (MoveFileExW(source.c_str(), destination.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_COPY_ALLOWED))
+        uint32_t error = MoveOver(source, destination);
+        if (error != 0 && ClearWay(destination))
+            error = MoveOver(source, destination);
+        if (error == 0)
             break;
-        LogW(L"Failed to replace. (0x%08X) %s", GetLastError(), destination.c_str());
+        LogW(L"Failed to replace. (0x%08X) %s", error, destination.c_str());
         Sleep(500);
     }
     LogW(L"Replaced %s", destination.c_str());

@@ -1,5 +1,6 @@
 // The catalogue: listed files checked against the disk with a digest cache keyed by size and
-// last-write time, and the check made again right before a file is served.
+// last-write time, the attributes checked again for every record asked, and the file checked
+// again right before it is served.
 #include "peer/catalogue.h"
 #include "runtime/text.h"
 #include "share/digest.h"
@@ -36,7 +37,28 @@ bool HashBytes(const std::wstring& text, uint8_t bytes[20])
 
 }  // namespace
 
-Catalogue::Catalogue(std::wstring root) : root(std::move(root)) {}
+Catalogue::Catalogue(std::wstring root)
+    : root(std::move(root)), staleEvent(CreateEventW(nullptr, FALSE, FALSE, nullptr))
+{
+}
+
+Catalogue::DiskState Catalogue::ReadDiskState(const std::wstring& path)
+{
+    DiskState state;
+    WIN32_FILE_ATTRIBUTE_DATA attributes;
+    if (GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &attributes) &&
+        !(attributes.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)) {
+        state.file = true;
+        state.size = Join(attributes.nFileSizeHigh, attributes.nFileSizeLow);
+        state.writeTime = Join(attributes.ftLastWriteTime.dwHighDateTime, attributes.ftLastWriteTime.dwLowDateTime);
+    }
+    return state;
+}
+
+bool Catalogue::IsCurrent(const Entry& entry)
+{
+    return entry.disk.file && entry.disk.size == entry.size && entry.digest == BytesToHex(entry.hash, 20);
+}
 
 size_t Catalogue::Refresh(const std::vector<ManifestFile>& files)
 {
@@ -50,18 +72,13 @@ size_t Catalogue::Refresh(const std::vector<ManifestFile>& files)
             if (!IsSafeRelativeName(file.name) || !HashBytes(file.hash, entry.hash) || next.count(file.name))
                 continue;
             entry.size = file.size;
-            WIN32_FILE_ATTRIBUTE_DATA attributes;
             std::wstring path = root + file.name;
-            if (!GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &attributes) ||
-                (attributes.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY))
-                continue;
-            entry.diskSize = Join(attributes.nFileSizeHigh, attributes.nFileSizeLow);
-            entry.writeTime = Join(attributes.ftLastWriteTime.dwHighDateTime, attributes.ftLastWriteTime.dwLowDateTime);
+            // A listed file that is missing keeps its entry, so that it is hashed once it appears.
+            entry.disk = ReadDiskState(path);
             auto known = entries.find(file.name);
-            if (known != entries.end() && known->second.diskSize == entry.diskSize &&
-                known->second.writeTime == entry.writeTime) {
+            if (known != entries.end() && known->second.disk == entry.disk) {
                 entry.digest = known->second.digest;
-            } else {
+            } else if (entry.disk.file) {
                 changed.push_back(file.name);
                 paths.push_back(std::move(path));
             }
@@ -70,14 +87,14 @@ size_t Catalogue::Refresh(const std::vector<ManifestFile>& files)
     }
 
     // The size and time were read before hashing: a file that changes in between is hashed again
-    // at the next refresh, or when it is served.
+    // when it is next asked for or served, or at the next refresh.
     std::vector<FileDigest> digests = HashFiles(paths, kHashThreads);
     for (size_t i = 0; i < changed.size(); ++i)
         next[changed[i]].digest = std::move(digests[i].hash);
     size_t count = 0;
     for (auto& named : next) {
         Entry& entry = named.second;
-        entry.current = entry.diskSize == entry.size && entry.digest == BytesToHex(entry.hash, 20);
+        entry.current = IsCurrent(entry);
         count += entry.current;
     }
     ExclusiveLock replacing(lock);
@@ -92,12 +109,70 @@ size_t Catalogue::SharedCount() const
     return shared;
 }
 
-bool Catalogue::Matches(const std::wstring& name, const uint8_t hash[20], uint64_t size) const
+bool Catalogue::Matches(const std::wstring& name, const uint8_t hash[20], uint64_t size)
 {
-    SharedLock reading(lock);
+    DiskState hashed;
+    bool current;
+    {
+        SharedLock reading(lock);
+        auto found = entries.find(name);
+        if (found == entries.end() || found->second.size != size || memcmp(found->second.hash, hash, 20) != 0)
+            return false;
+        hashed = found->second.disk;
+        current = found->second.current;
+    }
+    // Read outside the lock: the attributes of a thousand records must not hold up a refresh.
+    if (ReadDiskState(root + name) == hashed)
+        return current;
+    {
+        CriticalSectionLock queueing(staleLock);
+        stale.insert(name);
+    }
+    SetEvent(staleEvent.Get());
+    return false;
+}
+
+void Catalogue::HashStale()
+{
+    std::vector<std::wstring> names;
+    {
+        CriticalSectionLock taking(staleLock);
+        names.assign(stale.begin(), stale.end());
+        stale.clear();
+    }
+    for (const std::wstring& name : names) {
+        std::wstring path = root + name;
+        DiskState before = ReadDiskState(path);
+        {
+            // Queued again by a query that came while it was being hashed: already done.
+            SharedLock reading(lock);
+            auto found = entries.find(name);
+            if (found == entries.end() || found->second.disk == before)
+                continue;
+        }
+        FileDigest digest = before.file ? HashFile(path) : FileDigest();
+        // A file that changed while it was read is left as it was: its attributes still differ,
+        // so the next query that asks for it queues it again.
+        if (ReadDiskState(path) == before)
+            Store(name, before, digest.size == before.size ? std::move(digest.hash) : std::wstring(kNoDigest));
+    }
+}
+
+bool Catalogue::Store(const std::wstring& name, const DiskState& disk, std::wstring digest)
+{
+    ExclusiveLock storing(lock);
     auto found = entries.find(name);
-    return found != entries.end() && found->second.current && found->second.size == size &&
-           memcmp(found->second.hash, hash, 20) == 0;
+    if (found == entries.end())
+        return false;
+    Entry& entry = found->second;
+    entry.disk = disk;
+    entry.digest = std::move(digest);
+    bool current = IsCurrent(entry);
+    if (entry.current != current) {
+        entry.current = current;
+        shared = current ? shared + 1 : shared - 1;
+    }
+    return current;
 }
 
 UniqueHandle Catalogue::OpenCurrent(const std::wstring& name, uint64_t& size)
@@ -119,29 +194,18 @@ UniqueHandle Catalogue::OpenCurrent(const std::wstring& name, uint64_t& size)
     BY_HANDLE_FILE_INFORMATION information;
     if (!file || !GetFileInformationByHandle(file.Get(), &information))
         return UniqueHandle();
-    uint64_t diskSize = Join(information.nFileSizeHigh, information.nFileSizeLow);
-    uint64_t writeTime = Join(information.ftLastWriteTime.dwHighDateTime, information.ftLastWriteTime.dwLowDateTime);
+    DiskState disk;
+    disk.file = true;
+    disk.size = Join(information.nFileSizeHigh, information.nFileSizeLow);
+    disk.writeTime = Join(information.ftLastWriteTime.dwHighDateTime, information.ftLastWriteTime.dwLowDateTime);
     bool current = entry.current;
-    if (diskSize != entry.diskSize || writeTime != entry.writeTime) {
+    if (!(disk == entry.disk)) {
         // Changed since it was hashed: hashed again while this handle keeps writers out.
         FileDigest digest = HashFile(path);
-        bool still = diskSize == entry.size && digest.size == diskSize && digest.hash == BytesToHex(entry.hash, 20);
-        ExclusiveLock storing(lock);
-        auto again = entries.find(name);
-        if (again != entries.end()) {
-            Entry& stored = again->second;
-            stored.digest = digest.hash;
-            stored.diskSize = diskSize;
-            stored.writeTime = writeTime;
-            if (stored.current != still) {
-                stored.current = still;
-                shared = still ? shared + 1 : shared - 1;
-            }
-        }
-        current = still;
+        current = Store(name, disk, digest.size == disk.size ? std::move(digest.hash) : std::wstring(kNoDigest));
     }
     if (!current)
         return UniqueHandle();
-    size = diskSize;
+    size = disk.size;
     return file;
 }

@@ -7,6 +7,7 @@
 #include "peer/config.h"
 #include "peer/query_log.h"
 #include "peer/refresher.h"
+#include "peer/rehasher.h"
 #include "peer/server.h"
 #include "peer/service.h"
 #include "runtime/clock.h"
@@ -51,6 +52,7 @@ int Share(const ShareConfig& config, HANDLE stopEvent)
         QueryLog queryLog;
         Answerer answerer(catalogue, queryLog);
         Refresher refresher(catalogue, config.domains, config.pathAndQuery);
+        Rehasher rehasher(catalogue);
         // Running before the first datagram can arrive, so that no burst waits for a later one.
         queryLog.Start("QueryLog", 0x53484104, 0x53484105);
         uint32_t error = server.Open(config.port);
@@ -61,6 +63,7 @@ int Share(const ShareConfig& config, HANDLE stopEvent)
         } else {
             LogW(L"Sharing %s on port %u", config.root.c_str(), static_cast<unsigned>(config.port));
             refresher.Start("Refresher", 0x53484102, 0x53484103);
+            rehasher.Start("Rehasher", 0x53484106, 0x53484107);
             server.Start();
             WaitForSingleObject(stopEvent, INFINITE);
             LogA("Stopping...");
@@ -68,6 +71,7 @@ int Share(const ShareConfig& config, HANDLE stopEvent)
         }
         refresher.Stop();
         answerer.Close();
+        rehasher.Stop();
         server.Shutdown();
         queryLog.Stop();
     }

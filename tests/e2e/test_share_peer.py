@@ -225,6 +225,32 @@ class ShareFixture(unittest.TestCase):
         messages = read_log(folder, SHARE_LOG)
         self.assertEqual(messages[-2:], ["Stopping...", "VeyShare stopped (0)"])
 
+    def query(self, records, expected, before=None):
+        """Sends one query from the updater's namespace (to self.port, calling `before` right before
+        it is sent) and waits for `expected` answers and for the share peer's log line of the
+        query, which it writes after answering; returns every answer that has arrived by then and
+        the query's source port."""
+
+        def exchange():
+            with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as udp:
+                udp.bind((UPDATER, 0))
+                udp.settimeout(PATIENCE)
+                if before:
+                    before()
+                udp.sendto(query_datagram(self.port, records), (SHARE, self.port))
+                answers = [udp.recvfrom(2048)[0] for _ in range(expected)]
+                source_port = udp.getsockname()[1]
+                self.wait_for_log(self.folder, lambda m: m.startswith(
+                    f"Query from {UPDATER}:{source_port}: {len(records)} records asked, "))
+                udp.setblocking(False)
+                while True:
+                    try:
+                        answers.append(udp.recvfrom(2048)[0])
+                    except BlockingIOError:
+                        return answers, source_port
+
+        return netns.in_namespace(namespaces["u"], exchange)
+
     def run_updater(self, wine, folder, port):
         argument = {"domains": [self.server.domain], "pathAndQuery": "/m.json", "argOrg": "", "httpSharePort": port}
         code, _ = wine.run(os.path.join(folder, "VeyUpdater.exe"), [quote_argument(json.dumps(argument))], timeout=PATIENCE)
@@ -339,29 +365,6 @@ class Refusals(ShareFixture):
         self.assertRegex(message, r": 6 files listed, 2 shared \(")
         self.outside = outside
 
-    def query(self, records, expected):
-        """Sends one query from the updater's namespace and waits for `expected` answers and for the
-        share peer's log line of the query, which it writes after answering; returns every answer
-        that has arrived by then and the query's source port."""
-
-        def exchange():
-            with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as udp:
-                udp.bind((UPDATER, 0))
-                udp.settimeout(PATIENCE)
-                udp.sendto(query_datagram(self.port, records), (SHARE, self.port))
-                answers = [udp.recvfrom(2048)[0] for _ in range(expected)]
-                source_port = udp.getsockname()[1]
-                self.wait_for_log(self.folder, lambda m: m.startswith(
-                    f"Query from {UPDATER}:{source_port}: {len(records)} records asked, "))
-                udp.setblocking(False)
-                while True:
-                    try:
-                        answers.append(udp.recvfrom(2048)[0])
-                    except BlockingIOError:
-                        return answers, source_port
-
-        return netns.in_namespace(namespaces["u"], exchange)
-
     def test_only_current_listed_files_inside_the_root_are_answered_for(self):
         asked = [(name.replace("/", "\\"), sha1(data), len(data)) for name, data in self.files.items()]
         asked += [("secret.txt", sha1(b"not listed\n"), 11), ("..\\outside.txt", sha1(self.outside), len(self.outside)),
@@ -448,6 +451,48 @@ class Refusals(ShareFixture):
         line = self.wait_for_log(self.folder, lambda m: m.startswith(f'Request from {UPDATER}: "" -> 408 '))
         milliseconds = int(re.fullmatch(r'.* -> 408 \(0 bytes, (\d+) ms\)', line).group(1))
         self.assertGreaterEqual(milliseconds, 10000)
+
+
+class ChangedAfterAnAnswer(ShareFixture):
+    port = 8097
+
+    def test_a_file_changed_right_after_an_answer_is_not_answered_for_until_it_is_back(self):
+        data = b"a.txt as the release has it\n"
+        self.publish({"a.txt": data, "b.txt": b"b stays as it is\n"})
+        self.folder = self.share_folder(self.name, {"a.txt": data, "b.txt": b"b stays as it is\n"})
+        self.start_share(self.folder, self.port)
+        path = os.path.join(self.folder, "a.txt")
+        released = os.stat(path).st_mtime_ns
+        record = ("a.txt", sha1(data), len(data))
+        other = ("b.txt", sha1(b"b stays as it is\n"), 17)
+
+        def shorter():
+            write(path, data[:-4])
+            os.utime(path, ns=(released, released))
+
+        changes = {"made longer": lambda: write(path, data + b"more"), "made shorter with the same last-write time":
+                   shorter, "deleted": lambda: os.remove(path)}
+        for change, apply in changes.items():
+            answers, _ = self.query([record, other], 1)
+            self.assertEqual([answer_records(answer, self.port) for answer in answers], [[record, other]], change)
+
+            # Changed right before the next query goes out: the peer has no moment to notice it but
+            # the query itself.
+            answers, source_port = self.query([record, other], 1, before=apply)
+            self.assertEqual([answer_records(answer, self.port) for answer in answers], [[other]], change)
+            self.wait_for_log(self.folder, lambda m: m == f"Query from {UPDATER}:{source_port}: 2 records asked, 1 answered")
+
+            # Back as the release has it, with the time it was shared with: answered again once
+            # the peer has hashed it again, which the first query after the change set going.
+            write(path, data)
+            os.utime(path, ns=(released, released))
+            deadline = time.monotonic() + PATIENCE
+            while True:
+                answers, _ = self.query([record], 0)
+                if answers:
+                    break
+                self.assertLess(time.monotonic(), deadline, f"{change}: never answered for again")
+            self.assertEqual([answer_records(answer, self.port) for answer in answers], [[record]], change)
 
 
 class Load(ShareFixture):

@@ -1,5 +1,6 @@
 // Catalogue: which listed files are shared, the digest cache keyed by size and last-write time,
-// names that would leave the root, and the check made again before a file is served.
+// names that would leave the root, the attributes checked for every record asked with changed
+// files hashed again apart, and the check made again before a file is served.
 #include <gtest/gtest.h>
 #include "peer/catalogue.h"
 #include "runtime/iocp.h"
@@ -67,6 +68,8 @@ protected:
         Sha1Buffer(data.data(), data.size(), digest.data());
         return digest;
     }
+
+    static bool Signalled(void* event) { return WaitForSingleObject(event, 0) == WAIT_OBJECT_0; }
 
     std::wstring folder, root;
     FILETIME start;
@@ -169,6 +172,80 @@ TEST_F(CatalogueTest, ARefreshReplacesTheListAndKeepsNothingElse)
     EXPECT_FALSE(catalogue.Matches(L"a.txt", Digest("a").data(), 1));
     EXPECT_TRUE(catalogue.Matches(L"b.txt", Digest("b").data(), 1));
     EXPECT_EQ(catalogue.Refresh({}), 0u);
+}
+
+TEST_F(CatalogueTest, AFileWhoseAttributesChangedIsNotMatchedUntilItIsHashedAgain)
+{
+    std::wstring path = root + L"a.txt";
+    Write(path, "release a");
+    Touch(path, -100);
+    Catalogue catalogue(root);
+    ASSERT_EQ(catalogue.Refresh({Listed(L"a.txt", "release a")}), 1u);
+    auto digest = Digest("release a");
+    EXPECT_TRUE(catalogue.Matches(L"a.txt", digest.data(), 9));
+    EXPECT_FALSE(Signalled(catalogue.StaleEvent()));
+
+    // Only the attributes are read: other bytes of the same size and time still match.
+    Write(path, "other a!!");
+    Touch(path, -100);
+    EXPECT_TRUE(catalogue.Matches(L"a.txt", digest.data(), 9));
+
+    // Longer, then shorter with the same time, then gone: never matched, and each queued.
+    for (const char* change : {"longer", "shorter", "deleted"}) {
+        if (change == std::string("deleted")) {
+            ASSERT_TRUE(DeleteFileW(path.c_str()));
+        } else {
+            Write(path, change == std::string("longer") ? "release a, longer" : "release");
+            Touch(path, -100);
+        }
+        EXPECT_FALSE(catalogue.Matches(L"a.txt", digest.data(), 9)) << change;
+        EXPECT_TRUE(Signalled(catalogue.StaleEvent())) << change;
+        EXPECT_EQ(catalogue.SharedCount(), 1u) << change;
+        catalogue.HashStale();
+        EXPECT_EQ(catalogue.SharedCount(), 0u) << change;
+        // Hashed as it is now: not matched, and not queued again.
+        EXPECT_FALSE(catalogue.Matches(L"a.txt", digest.data(), 9)) << change;
+        EXPECT_FALSE(Signalled(catalogue.StaleEvent())) << change;
+
+        // Back as the release has it, with its old time: queued once, then matched.
+        Write(path, "release a");
+        Touch(path, -100);
+        EXPECT_FALSE(catalogue.Matches(L"a.txt", digest.data(), 9)) << change;
+        EXPECT_TRUE(Signalled(catalogue.StaleEvent())) << change;
+        catalogue.HashStale();
+        EXPECT_TRUE(catalogue.Matches(L"a.txt", digest.data(), 9)) << change;
+        EXPECT_EQ(catalogue.SharedCount(), 1u) << change;
+        EXPECT_FALSE(Signalled(catalogue.StaleEvent())) << change;
+    }
+}
+
+TEST_F(CatalogueTest, ARecordOfAnotherVersionNeitherMatchesNorQueuesTheFile)
+{
+    std::wstring path = root + L"a.txt";
+    Write(path, "release a");
+    Catalogue catalogue(root);
+    ASSERT_EQ(catalogue.Refresh({Listed(L"a.txt", "release a")}), 1u);
+    Write(path, "changed a, longer");
+    EXPECT_FALSE(catalogue.Matches(L"a.txt", Digest("changed a, longer").data(), 17));
+    EXPECT_FALSE(catalogue.Matches(L"a.txt", Digest("release a").data(), 17));
+    EXPECT_FALSE(Signalled(catalogue.StaleEvent()));
+}
+
+TEST_F(CatalogueTest, AListedFileMissingAtTheRefreshIsSharedOnceItAppears)
+{
+    DeleteFileW((root + L"b.txt").c_str());  // left by an earlier run
+    Catalogue catalogue(root);
+    ASSERT_EQ(catalogue.Refresh({Listed(L"b.txt", "release b")}), 0u);
+    auto digest = Digest("release b");
+    EXPECT_FALSE(catalogue.Matches(L"b.txt", digest.data(), 9));
+    EXPECT_FALSE(Signalled(catalogue.StaleEvent()));
+
+    Write(root + L"b.txt", "release b");
+    EXPECT_FALSE(catalogue.Matches(L"b.txt", digest.data(), 9));
+    EXPECT_TRUE(Signalled(catalogue.StaleEvent()));
+    catalogue.HashStale();
+    EXPECT_TRUE(catalogue.Matches(L"b.txt", digest.data(), 9));
+    EXPECT_EQ(catalogue.SharedCount(), 1u);
 }
 
 }  // namespace
