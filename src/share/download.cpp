@@ -65,10 +65,14 @@ bool FileSize(const std::wstring& path, uint64_t& size)
 }
 
 // Hands what is written to the digest and counts it for the progress: the bytes counted are
-// those on disk, batch by batch, as the file grows.
+// those on disk, batch by batch, as the file grows, and only those of a 200 response (an error
+// page or a redirect's body is not the file).
 class CountedBody final : public WrittenBody {
 public:
-    CountedBody(WrittenBody& digest, DownloadProgress& progress) : digest(digest), progress(progress) {}
+    CountedBody(WrittenBody& digest, const HttpRequest& http, DownloadProgress& progress)
+        : digest(digest), http(http), progress(progress)
+    {
+    }
     void Restart() override
     {
         digest.Restart();
@@ -77,11 +81,13 @@ public:
     void Take(const void* bytes, size_t count) override
     {
         digest.Take(bytes, count);
-        progress.Received(count);
+        if (http.Sink().head.status == 200)
+            progress.Received(count);
     }
 
 private:
     WrittenBody& digest;
+    const HttpRequest& http;
     DownloadProgress& progress;
 };
 
@@ -104,7 +110,7 @@ bool DownloadFromHost(const DownloadRequest& request, const std::wstring& host, 
     std::optional<CountedBody> counted;
     if (request.progress) {
         request.progress->Attempt(request.item, host, isServer);
-        http.writtenBody = &counted.emplace(written, *request.progress);
+        http.writtenBody = &counted.emplace(written, http, *request.progress);
     }
     if (request.connectTimeoutOverride != 0)
         http.connectTimeoutMs = request.connectTimeoutOverride;
