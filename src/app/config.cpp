@@ -5,9 +5,6 @@
 #include "runtime/text.h"
 #include "share/signature.h"
 
-UpdaterConfig* updaterConfig = nullptr;
-std::wstring ProgramDirectory;
-
 namespace {
 
 // A JSON number as the port: converted to an integer, then cut to 16 bits. Values outside the
@@ -22,9 +19,10 @@ uint16_t PortFromNumber(double value)
 
 }  // namespace
 
-UpdaterConfig* ReadConfig(const wJsonObject& argument, std::wstring& pathAndQuery)
+UpdaterConfig ReadConfig(const wJsonObject& argument, std::wstring programDirectory)
 {
-    auto* config = new UpdaterConfig;
+    UpdaterConfig config;
+    config.programDirectory = std::move(programDirectory);
     std::wstring joined;
     const wJsonArray* domains = argument.GetArray(L"domains");
     std::wstring path = argument.GetString(L"pathAndQuery");
@@ -34,35 +32,33 @@ UpdaterConfig* ReadConfig(const wJsonObject& argument, std::wstring& pathAndQuer
             if (domain.empty())
                 continue;
             joined += FormatW(L" %s", domain.c_str());
-            config->domains.push_back(std::move(domain));
+            config.domains.push_back(std::move(domain));
         }
-        pathAndQuery = path;
-    } else {
-        pathAndQuery.clear();
+        config.pathAndQuery = std::move(path);
     }
-    config->argOrg = argument.GetString(L"argOrg");
+    config.argOrg = argument.GetString(L"argOrg");
     const wJsonValue* port = argument.Get(L"httpSharePort");
     if (port && port->type == wJsonType::number)
-        config->httpSharePort = PortFromNumber(static_cast<const wJsonNumber*>(port)->Value());
+        config.httpSharePort = PortFromNumber(static_cast<const wJsonNumber*>(port)->Value());
 
     LogW(L"domains:%s", joined.c_str());
-    LogW(L"pathAndQuery: %s", pathAndQuery.c_str());
-    LogW(L"argOrg: %s", config->argOrg.c_str());
-    LogW(L"httpSharePort: %u", static_cast<unsigned>(config->httpSharePort));
+    LogW(L"pathAndQuery: %s", config.pathAndQuery.c_str());
+    LogW(L"argOrg: %s", config.argOrg.c_str());
+    LogW(L"httpSharePort: %u", static_cast<unsigned>(config.httpSharePort));
 
     // A key that is given must be usable: falling back to the unsigned mode would hand the
     // installation to whoever can answer its requests.
     if (const wJsonValue* key = argument.Get(L"publicKey")) {
         std::wstring text = key->type == wJsonType::string ? argument.GetString(L"publicKey") : std::wstring();
-        static_assert(sizeof(config->publicKeyBytes) == kEd25519PublicKeySize, "an Ed25519 public key");
-        if (ReadPublicKeyHex(text, config->publicKeyBytes) && Ed25519PublicKeyUsable(config->publicKeyBytes)) {
-            config->publicKey = text;
+        static_assert(sizeof(config.publicKeyBytes) == kEd25519PublicKeySize, "an Ed25519 public key");
+        if (ReadPublicKeyHex(text, config.publicKeyBytes) && Ed25519PublicKeyUsable(config.publicKeyBytes)) {
+            config.publicKey = text;
             LogW(L"publicKey: %s", text.c_str());
         } else {
             LogW(L"Unusable publicKey, the update does not run: "
                  L"not 64 hexadecimal digits of a usable Ed25519 key. (%s)",
                  text.c_str());
-            pathAndQuery.clear();
+            config.pathAndQuery.clear();
         }
     }
     return config;

@@ -7,12 +7,12 @@
 #include "json/value.h"
 #include "runtime/handles.h"
 #include "runtime/logger.h"
+#include "runtime/random_pick.h"
 #include "runtime/text.h"
 #include "share/download.h"
 #include "share/manifest_source.h"
 #include "share/safe_name.h"
 #include "share/sha256_file.h"
-#include "share/update_item.h"
 
 #include <windows.h>
 
@@ -42,9 +42,9 @@ bool Exists(const std::wstring& path, bool& isFolder)
 }
 
 // Peers first with short time-outs, then the servers; false when neither delivered.
-bool Download(const std::wstring& stagingDirectory, const std::wstring& urlPrefix, UpdateItem& item)
+bool Download(const std::wstring& stagingDirectory, const std::wstring& urlPrefix, UpdateItem& item,
+              uint16_t httpSharePort, std::vector<std::wstring>& servers)
 {
-    UpdaterConfig& config = *updaterConfig;
     std::wstring staged = FormatW(L"%s\\%s", stagingDirectory.c_str(), item.name.c_str());
     FileDigest digest = HashFile(staged);
     if (EqualsNoCase(digest.hash, item.hash) && digest.size == item.size &&
@@ -57,7 +57,7 @@ bool Download(const std::wstring& stagingDirectory, const std::wstring& urlPrefi
     std::wstring joined;
     for (uint32_t address : item.peers) {
         std::wstring text = FormatIPv4(address);
-        peers.push_back(FormatW(L"%s:%u", text.c_str(), static_cast<unsigned>(config.httpSharePort)));
+        peers.push_back(FormatW(L"%s:%u", text.c_str(), static_cast<unsigned>(httpSharePort)));
         joined += joined.empty() ? text : L" " + text;
     }
     if (!joined.empty())
@@ -66,14 +66,14 @@ bool Download(const std::wstring& stagingDirectory, const std::wstring& urlPrefi
     bool done = false;
     uint32_t connectTimeout = 500, receiveTimeout = 200;
     DownloadRequest request{staged, urlPrefix, item, connectTimeout, receiveTimeout, digest, done};
-    config.domainRing.Assign(peers);
-    DownloadFromSources(config.domainRing, config.domains, request);
+    RandomPick hosts;
+    hosts.Assign(peers);
+    DownloadFromSources(hosts, servers, request);
     if (!done) {
         connectTimeout = 0;
         receiveTimeout = 0;
-        std::vector<std::wstring> servers = config.domains;
-        config.domainRing.Assign(servers);
-        DownloadFromSources(config.domainRing, config.domains, request);
+        hosts.Assign(servers);
+        DownloadFromSources(hosts, servers, request);
     }
     return done;
 }
@@ -113,25 +113,25 @@ void RunServices(const std::vector<std::wstring>& names, const wchar_t* verb, Re
 }
 
 // False when the manifest's program was refused.
-bool StartProgram(const wJsonObject& manifest)
+bool StartProgram(const UpdaterConfig& config, const wJsonObject& manifest)
 {
     std::wstring exe = manifest.GetString(L"exe");
     if (exe.empty())
         return true;
-    if (!AcceptName(L"start", exe))
+    if (!AcceptName(config.Signed(), L"start", exe))
         return false;
-    std::wstring application = ProgramDirectory + ManifestPath(exe);
+    std::wstring application = config.programDirectory + ManifestPath(exe);
     std::wstring commandLine = application;
     std::wstring arg = manifest.GetString(L"arg");
     if (!arg.empty())
         commandLine += FormatW(L" %s", arg.c_str());
-    if (!updaterConfig->argOrg.empty())
-        commandLine += FormatW(L" %s", updaterConfig->argOrg.c_str());
+    if (!config.argOrg.empty())
+        commandLine += FormatW(L" %s", config.argOrg.c_str());
     STARTUPINFOW startup = {};
     startup.cb = sizeof(startup);
     PROCESS_INFORMATION process = {};
     if (CreateProcessW(application.c_str(), &commandLine[0], nullptr, nullptr, FALSE, CREATE_NEW_CONSOLE, nullptr,
-                       ProgramDirectory.c_str(), &startup, &process)) {
+                       config.programDirectory.c_str(), &startup, &process)) {
         // The program runs on by itself; its handles are not kept.
         UniqueHandle thread(process.hThread), started(process.hProcess);
         LogW(L"Created a process. %s", commandLine.c_str());
@@ -143,17 +143,17 @@ bool StartProgram(const wJsonObject& manifest)
 
 }  // namespace
 
-bool AcceptName(const wchar_t* use, const std::wstring& name)
+bool AcceptName(bool signedRelease, const wchar_t* use, const std::wstring& name)
 {
-    if (!updaterConfig->Signed() || IsSafeRelativeName(name))
+    if (!signedRelease || IsSafeRelativeName(name))
         return true;
     LogW(L"Refused to %s %s: the name leads outside the program folder.", use, name.c_str());
     return false;
 }
 
-bool ExecuteUpdateItems(const std::wstring& stagingDirectory, const wJsonObject& manifest)
+bool ExecuteUpdateItems(const UpdaterConfig& config, const std::wstring& stagingDirectory, const wJsonObject& manifest,
+                        std::list<UpdateItem>& items, std::vector<std::wstring>& servers)
 {
-    UpdaterConfig& config = *updaterConfig;
     uint32_t created = CreateDirectoryPath(stagingDirectory);
     if (created == 0)
         LogA("Created _update directory.");
@@ -164,8 +164,8 @@ bool ExecuteUpdateItems(const std::wstring& stagingDirectory, const wJsonObject&
     if (urlPrefix.empty())
         urlPrefix = L"/";
 
-    for (UpdateItem& item : config.updateItems) {
-        if (!Download(stagingDirectory, urlPrefix, item)) {
+    for (UpdateItem& item : items) {
+        if (!Download(stagingDirectory, urlPrefix, item, config.httpSharePort, servers)) {
             LogW(L"Failed to download. (%s)", item.name.c_str());
             return false;
         }
@@ -184,11 +184,11 @@ bool ExecuteUpdateItems(const std::wstring& stagingDirectory, const wJsonObject&
 
     bool complete = true;
     for (const std::wstring& entry : StringList(manifest, L"delete")) {
-        if (!AcceptName(L"delete", entry)) {
+        if (!AcceptName(config.Signed(), L"delete", entry)) {
             complete = false;
             continue;
         }
-        std::wstring path = ProgramDirectory + ManifestPath(entry);
+        std::wstring path = config.programDirectory + ManifestPath(entry);
         bool isFolder = false;
         if (!Exists(path, isFolder))
             continue;
@@ -200,9 +200,9 @@ bool ExecuteUpdateItems(const std::wstring& stagingDirectory, const wJsonObject&
             LogW(L"Failed to delete. (0x%08X) %s", result, path.c_str());
     }
 
-    for (const UpdateItem& item : config.updateItems)
+    for (const UpdateItem& item : items)
         Replace(FormatW(L"%s\\%s", stagingDirectory.c_str(), item.name.c_str()),
-                FormatW(L"%s%s", ProgramDirectory.c_str(), item.name.c_str()));
+                FormatW(L"%s%s", config.programDirectory.c_str(), item.name.c_str()));
 
     RunServices(StringList(manifest, L"start"), L"start", [](const wchar_t* name, uint32_t result) {
         if (result == 0)
@@ -210,7 +210,7 @@ bool ExecuteUpdateItems(const std::wstring& stagingDirectory, const wJsonObject&
         else
             LogW(L"Failed to start %s service. (0x%08X)", name, result);
     });
-    complete = StartProgram(manifest) && complete;
+    complete = StartProgram(config, manifest) && complete;
     // Not through the shell's DeleteTree: it would load shell32 and user32 at the end of every
     // update run only to remove folders that are empty by now.
     DeleteFolderTree(stagingDirectory);

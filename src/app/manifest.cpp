@@ -6,6 +6,7 @@
 #include "app/release_state.h"
 #include "app/signed_manifest.h"
 #include "json/value.h"
+#include "runtime/handles.h"
 #include "runtime/logger.h"
 #include "runtime/text.h"
 #include "share/digest.h"
@@ -13,15 +14,20 @@
 #include "share/peers.h"
 #include "share/signature.h"
 
-bool FetchManifest(const std::wstring& pathAndQuery, const std::wstring& domain)
+#include <list>
+
+bool FetchManifest(const UpdaterConfig& config, const std::wstring& domain, std::vector<std::wstring>& servers)
 {
-    wJsonObject* manifest = updaterConfig->Signed() ? FetchSignedManifest(pathAndQuery, domain)
-                                                    : FetchManifestObject(pathAndQuery, domain, true);
+    uint64_t releaseVersion = 0;
+    wJsonRoot<wJsonObject> manifest;
+    if (config.Signed())
+        manifest = FetchSignedManifest(config, domain, releaseVersion);
+    else
+        manifest.Reset(FetchManifestObject(config.pathAndQuery, domain, true));
     if (!manifest)
         return false;
-    bool stop = ProcessManifest(*manifest);
-    manifest->Release();
-    return stop;
+    ProcessManifest(config, *manifest.Get(), releaseVersion, servers);
+    return true;
 }
 
 namespace {
@@ -31,13 +37,51 @@ namespace {
 constexpr unsigned kHashThreads = 4;
 
 // In signed mode a file is taken only with the SHA-256 it must have; false after one log line.
-bool AcceptSha256(ManifestFile& file)
+bool AcceptSha256(bool signedRelease, const ManifestFile& file)
 {
     uint8_t digest[kSha256DigestSize];
-    if (!updaterConfig->Signed() || ReadSha256Hex(file.sha256, digest))
+    if (!signedRelease || ReadSha256Hex(file.sha256, digest))
         return true;
     LogW(L"Refused to update %s: no \"sha256\" of 64 hexadecimal digits.", file.name.c_str());
     return false;
+}
+
+// The listed files that differ from the copies on disk, in manifest order; `refused` is set when
+// a file was refused. The files are hashed on several threads first, then compared in manifest
+// order: under Wine each small file costs a few round trips to the single wineserver, which
+// threads overlap.
+std::list<UpdateItem> PlanUpdate(const UpdaterConfig& config, std::vector<ManifestFile> files, bool& refused)
+{
+    std::vector<UpdateItem> listed;
+    std::vector<std::wstring> paths;
+    for (ManifestFile& file : files) {
+        if (!AcceptName(config.Signed(), L"update", file.name) || !AcceptSha256(config.Signed(), file)) {
+            refused = true;
+            continue;
+        }
+        UpdateItem item;
+        item.name = std::move(file.name);
+        item.hash = std::move(file.hash);
+        item.size = file.size;
+        if (config.Signed())
+            item.sha256 = std::move(file.sha256);
+        paths.push_back(config.programDirectory + item.name);
+        listed.push_back(std::move(item));
+    }
+    files = std::vector<ManifestFile>();
+    std::vector<FileDigest> digests = HashFiles(paths, kHashThreads);
+    paths = std::vector<std::wstring>();
+    std::list<UpdateItem> items;
+    for (size_t i = 0; i < listed.size(); ++i) {
+        UpdateItem& item = listed[i];
+        FileDigest& local = digests[i];
+        if (EqualsNoCase(local.hash, item.hash) && local.size == item.size)
+            continue;
+        item.localHash = std::move(local.hash);
+        item.localSize = local.size;
+        items.push_back(std::move(item));
+    }
+    return items;
 }
 
 }  // namespace
@@ -49,56 +93,26 @@ std::wstring PlanLine(const UpdateItem& item)
                    FormatByteSize(item.size).c_str(), item.name.c_str());
 }
 
-bool ProcessManifest(const wJsonObject& manifest)
+void ProcessManifest(const UpdaterConfig& config, const wJsonObject& manifest, uint64_t releaseVersion,
+                     std::vector<std::wstring>& servers)
 {
     std::vector<ManifestFile> files;
     if (!ReadManifestFiles(manifest, files))
-        return true;
-    UpdaterConfig& config = *updaterConfig;
-    // The files are hashed on several threads first, then compared in manifest order: under Wine
-    // each small file costs a few round trips to the single wineserver, which threads overlap.
-    std::vector<UpdateItem> listed;
-    std::vector<std::wstring> paths;
+        return;
     bool refused = false;
-    for (ManifestFile& file : files) {
-        if (!AcceptName(L"update", file.name) || !AcceptSha256(file)) {
-            refused = true;
-            continue;
-        }
-        UpdateItem item;
-        item.name = std::move(file.name);
-        item.hash = std::move(file.hash);
-        item.size = file.size;
-        if (config.Signed())
-            item.sha256 = std::move(file.sha256);
-        paths.push_back(ProgramDirectory + item.name);
-        listed.push_back(std::move(item));
-    }
-    files = std::vector<ManifestFile>();
-    std::vector<FileDigest> digests = HashFiles(paths, kHashThreads);
-    paths = std::vector<std::wstring>();
-    for (size_t i = 0; i < listed.size(); ++i) {
-        UpdateItem& item = listed[i];
-        FileDigest& local = digests[i];
-        if (EqualsNoCase(local.hash, item.hash) && local.size == item.size)
-            continue;
-        item.localHash = std::move(local.hash);
-        item.localSize = local.size;
-        config.updateItems.push_back(std::move(item));
-    }
-    if (config.updateItems.empty()) {
+    std::list<UpdateItem> items = PlanUpdate(config, std::move(files), refused);
+    if (items.empty()) {
         LogA("Nothing to update!");
         if (config.Signed() && !refused)
-            WriteAppliedRelease(config.releaseVersion);
-        return true;
+            WriteAppliedRelease(config.programDirectory, releaseVersion);
+        return;
     }
-    for (const UpdateItem& item : config.updateItems)
+    for (const UpdateItem& item : items)
         LogW(L"%s", PlanLine(item).c_str());
     // Peers found now are tried before the servers; an answer may also replace an expected hash and size.
     if (config.httpSharePort != 0)
-        StartPeerSharing(config.updateItems, config.httpSharePort);
-    bool complete = ExecuteUpdateItems(ProgramDirectory + L"_update", manifest);
+        StartPeerSharing(items, config.httpSharePort);
+    bool complete = ExecuteUpdateItems(config, config.programDirectory + L"_update", manifest, items, servers);
     if (config.Signed() && complete && !refused)
-        WriteAppliedRelease(config.releaseVersion);
-    return true;
+        WriteAppliedRelease(config.programDirectory, releaseVersion);
 }

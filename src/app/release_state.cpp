@@ -1,6 +1,5 @@
 // The release state file "VeyUpdater.release" in the program folder.
 #include "app/release_state.h"
-#include "app/config.h"
 #include "runtime/handles.h"
 #include "runtime/logger.h"
 #include "share/release_terms.h"
@@ -14,9 +13,9 @@ constexpr DWORD kMaxStateSize = 64;
 
 }  // namespace
 
-uint64_t ReadAppliedRelease()
+uint64_t ReadAppliedRelease(const std::wstring& programDirectory)
 {
-    std::wstring path = ProgramDirectory + kStateName;
+    std::wstring path = programDirectory + kStateName;
     UniqueHandle file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
     if (!file)
         return 0;
@@ -30,9 +29,9 @@ uint64_t ReadAppliedRelease()
     return version;
 }
 
-void WriteAppliedRelease(uint64_t version)
+void WriteAppliedRelease(const std::wstring& programDirectory, uint64_t version)
 {
-    std::wstring path = ProgramDirectory + kStateName;
+    std::wstring path = programDirectory + kStateName;
     std::wstring temporary = path + L".tmp";
     std::string text = FormatAppliedVersion(version);
     bool written = false;

@@ -37,7 +37,8 @@ int64_t SecondsSince1970()
 }
 
 // The signed manifest's terms; one log line and false when one fails.
-bool AcceptTerms(const wJsonObject& manifest, const std::wstring& domain, uint64_t& version)
+bool AcceptTerms(const wJsonObject& manifest, const std::wstring& domain, const std::wstring& programDirectory,
+                 uint64_t& version)
 {
     const wJsonValue* number = manifest.Get(L"version");
     if (!number || number->type != wJsonType::number ||
@@ -55,7 +56,7 @@ bool AcceptTerms(const wJsonObject& manifest, const std::wstring& domain, uint64
         LogW(L"Refused the manifest of %s: it expired at %s.", domain.c_str(), expires.c_str());
         return false;
     }
-    uint64_t applied = ReadAppliedRelease();
+    uint64_t applied = ReadAppliedRelease(programDirectory);
     if (version < applied) {
         LogW(L"Refused the manifest of %s: its version %I64u is older than version %I64u, applied here.",
              domain.c_str(), static_cast<unsigned long long>(version), static_cast<unsigned long long>(applied));
@@ -66,41 +67,35 @@ bool AcceptTerms(const wJsonObject& manifest, const std::wstring& domain, uint64
 
 }  // namespace
 
-wJsonObject* FetchSignedManifest(const std::wstring& pathAndQuery, const std::wstring& domain)
+wJsonRoot<wJsonObject> FetchSignedManifest(const UpdaterConfig& config, const std::wstring& domain,
+                                           uint64_t& version)
 {
-    UpdaterConfig& config = *updaterConfig;
     HttpRequest manifestRequest;
-    if (!Get(manifestRequest, domain, pathAndQuery))
-        return nullptr;
+    if (!Get(manifestRequest, domain, config.pathAndQuery))
+        return {};
     auto* body = static_cast<const uint8_t*>(manifestRequest.responseBody);
     size_t length = body ? static_cast<size_t>(manifestRequest.responseBodyLength) : 0;
 
     HttpRequest signatureRequest;
-    if (!Get(signatureRequest, domain, SignaturePath(pathAndQuery))) {
+    if (!Get(signatureRequest, domain, SignaturePath(config.pathAndQuery))) {
         LogW(L"Refused the manifest of %s: its signature could not be fetched.", domain.c_str());
-        return nullptr;
+        return {};
     }
     uint8_t signature[kEd25519SignatureSize];
     if (!signatureRequest.responseBody ||
         !ReadSignatureBody(signatureRequest.responseBody, static_cast<size_t>(signatureRequest.responseBodyLength),
                            signature)) {
         LogW(L"Refused the manifest of %s: its signature is not 128 hexadecimal digits.", domain.c_str());
-        return nullptr;
+        return {};
     }
     if (!Ed25519Verify(config.publicKeyBytes, body, length, signature)) {
         LogW(L"Refused the manifest of %s: its signature does not match the manifest and the publicKey.",
              domain.c_str());
-        return nullptr;
+        return {};
     }
 
-    wJsonObject* manifest = ParseManifestBody(body, length);
-    if (!manifest)
-        return nullptr;
-    uint64_t version = 0;
-    if (!AcceptTerms(*manifest, domain, version)) {
-        manifest->Release();
-        return nullptr;
-    }
-    config.releaseVersion = version;
+    wJsonRoot<wJsonObject> manifest(ParseManifestBody(body, length));
+    if (!manifest || !AcceptTerms(*manifest.Get(), domain, config.programDirectory, version))
+        return {};
     return manifest;
 }

@@ -1,10 +1,15 @@
 // The manifest of a signed release: fetched with its signature from one server and accepted only
 // when the signature, the expiry and the version all hold.
 #pragma once
+#include "json/value.h"
+#include "runtime/handles.h"
+
+#include <cstdint>
 #include <string>
 
-class wJsonObject;
+struct UpdaterConfig;
 
-// The manifest of `domain`, which the caller releases, or null after one log line saying why the
-// server's manifest was refused. Sets the configuration's release version.
-wJsonObject* FetchSignedManifest(const std::wstring& pathAndQuery, const std::wstring& domain);
+// The manifest of `domain` with its release `version`, or null after one log line saying why the
+// server's manifest was refused.
+wJsonRoot<wJsonObject> FetchSignedManifest(const UpdaterConfig& config, const std::wstring& domain,
+                                           uint64_t& version);

@@ -4,9 +4,8 @@
 // other text) and knows no exponents. A failure is only a null result; everything built for
 // the failed value is released on the way out.
 #include "json/value.h"
+#include "runtime/handles.h"
 #include "runtime/text.h"
-
-#include <memory>
 
 namespace {
 
@@ -24,12 +23,6 @@ bool StartsWith(const wchar_t* text, const wchar_t* literal)
     }
     return true;
 }
-
-struct ReleaseValue {
-    void operator()(wJsonValue* value) const { value->Release(); }
-};
-template <typename T>
-using Owned = std::unique_ptr<T, ReleaseValue>;
 
 }  // namespace
 
@@ -129,7 +122,7 @@ wJsonArray* JsonReader::ParseArray(const wchar_t*& cursor)
     Nesting nesting(depth);
     if (nesting.TooDeep())
         return nullptr;
-    Owned<wJsonArray> array(wJsonArray::Create());
+    wJsonRoot<wJsonArray> array(wJsonArray::Create());
     SkipJsonWhitespace(cursor);
     if (*cursor != L'[')
         return nullptr;
@@ -137,17 +130,17 @@ wJsonArray* JsonReader::ParseArray(const wchar_t*& cursor)
     SkipJsonWhitespace(cursor);
     while (*cursor != L'\0') {
         if (*cursor == L',') {
-            if (array->Count() == 0)
+            if (array.Get()->Count() == 0)
                 return nullptr;
             ++cursor;
         } else if (*cursor == L']') {
             ++cursor;
-            return array.release();
+            return array.Release();
         }
         wJsonValue* element = ParseValue(cursor);
         if (!element)
             return nullptr;
-        array->Append(element);
+        array.Get()->Append(element);
         SkipJsonWhitespace(cursor);
     }
     return nullptr;
@@ -158,7 +151,7 @@ wJsonObject* JsonReader::ParseObject(const wchar_t*& cursor)
     Nesting nesting(depth);
     if (nesting.TooDeep())
         return nullptr;
-    Owned<wJsonObject> object(wJsonObject::Create());
+    wJsonRoot<wJsonObject> object(wJsonObject::Create());
     SkipJsonWhitespace(cursor);
     if (*cursor != L'{')
         return nullptr;
@@ -174,8 +167,8 @@ wJsonObject* JsonReader::ParseObject(const wchar_t*& cursor)
             ++cursor;
         } else if (*cursor == L'}') {
             ++cursor;
-            object->Finish();
-            return object.release();
+            object.Get()->Finish();
+            return object.Release();
         }
         firstMember = false;
         if (!ReadText(cursor))
@@ -188,7 +181,7 @@ wJsonObject* JsonReader::ParseObject(const wchar_t*& cursor)
         wJsonValue* value = ParseValue(cursor);
         if (!value)
             return nullptr;
-        object->Insert(std::move(key), value);
+        object.Get()->Insert(std::move(key), value);
         SkipJsonWhitespace(cursor);
         if (*cursor == L'\0')
             return nullptr;

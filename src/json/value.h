@@ -1,7 +1,7 @@
 // JSON values held as a tree of pooled objects: the value classes, their lookups and
 // read-only walking, and the entry points of the parser (parser.cpp) and writer (writer.cpp).
-// A tree is built only by the parser's JsonReader; whoever receives the root owns it and
-// frees the whole tree with Release.
+// A tree is built only by the parser's JsonReader; whoever receives the root owns it, held in a
+// wJsonRoot, which frees the whole tree.
 #pragma once
 #include <cstddef>
 #include <cstdint>
@@ -28,6 +28,21 @@ enum class wJsonType : int32_t {
 // a stack overflow; real documents nest a few levels deep.
 constexpr int kJsonMaxDepth = 512;
 
+template <typename Kind>
+class Owned;  // runtime/handles.h
+
+// The root of a parsed tree as Owned<> holds it: releasing the root frees the whole tree.
+template <typename Root>
+struct wJsonRootKind {
+    using Value = Root*;
+    static constexpr Value kNone = nullptr;
+    static bool IsValid(Value root) { return root != nullptr; }
+    static void Close(Value root) { root->Release(); }
+};
+
+// A parsed tree held by its owner, who includes runtime/handles.h to use it.
+template <typename Root>
+using wJsonRoot = Owned<wJsonRootKind<Root>>;
 
 class wJsonValue {
 public:

@@ -90,16 +90,15 @@ int Run(void* stopEvent)
     LogW(L"Command line is %s", GetCommandLineW());
 
     int result = 1;
-    std::wstring decoded = UrlDecode(shareArgument);
-    const wchar_t* cursor = decoded.c_str();
-    wJsonObject* argument = wJsonObject::Parse(cursor);
-    if (!argument) {
-        LogW(L"Failed to parse JSON string. (1)\r\n%s", decoded.c_str());
-    } else {
+    {
+        std::wstring decoded = UrlDecode(shareArgument);
+        const wchar_t* cursor = decoded.c_str();
+        wJsonRoot<wJsonObject> argument(wJsonObject::Parse(cursor));
         ShareConfig config;
-        if (ReadShareConfig(*argument, programDirectory, config))
+        if (!argument)
+            LogW(L"Failed to parse JSON string. (1)\r\n%s", decoded.c_str());
+        else if (ReadShareConfig(*argument.Get(), programDirectory, config))
             result = Share(config, stopEvent);
-        argument->Release();
     }
     LogA("VeyShare stopped (%d)", result);
     wLogger::Stop();

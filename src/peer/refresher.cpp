@@ -3,6 +3,7 @@
 #include "json/value.h"
 #include "peer/catalogue.h"
 #include "runtime/clock.h"
+#include "runtime/handles.h"
 #include "runtime/logger.h"
 #include "runtime/random_pick.h"
 #include "share/manifest_source.h"
@@ -26,12 +27,13 @@ void Refresher::RefreshNow()
     ring.Assign(domains);
     bool fetched = WalkDomainRing(ring, [this](const std::wstring& domain) {
         // The peer refetches every few minutes: its log keeps the outcome, not the document.
-        wJsonObject* manifest = FetchManifestObject(pathAndQuery, domain, false);
-        if (!manifest)
-            return false;
         std::vector<ManifestFile> files;
-        ReadManifestFiles(*manifest, files);
-        manifest->Release();
+        {
+            wJsonRoot<wJsonObject> manifest(FetchManifestObject(pathAndQuery, domain, false));
+            if (!manifest)
+                return false;
+            ReadManifestFiles(*manifest.Get(), files);
+        }
         uint64_t start = PerformanceMilliseconds();
         size_t shared = catalogue.Refresh(files);
         LogW(L"Manifest from %s: %u files listed, %u shared (%I64u ms)", domain.c_str(),

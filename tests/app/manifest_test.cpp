@@ -1,7 +1,7 @@
 // The plan line logged for each file that differs from the manifest.
 #include <gtest/gtest.h>
-#include "app/config.h"
 #include "app/manifest.h"
+#include "share/update_item.h"
 
 TEST(PlanLine, SizesAsTextAndUnknownLocalSize)
 {

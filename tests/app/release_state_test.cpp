@@ -7,7 +7,6 @@
 #include <iterator>
 #include <string>
 
-#include "app/config.h"
 #include "app/release_state.h"
 
 namespace {
@@ -21,13 +20,11 @@ protected:
         folder = std::wstring(temp) + L"release-state-" + std::to_wstring(GetCurrentProcessId()) + L"\\";
         CreateDirectoryW(folder.c_str(), nullptr);
         DeleteFileW(StatePath().c_str());
-        ProgramDirectory = folder;
     }
     void TearDown() override
     {
         DeleteFileW(StatePath().c_str());
         RemoveDirectoryW(folder.c_str());
-        ProgramDirectory.clear();
     }
     std::wstring StatePath() const { return folder + L"VeyUpdater.release"; }
     std::string Content() const
@@ -48,17 +45,17 @@ protected:
 
 TEST_F(ReleaseState, MissingFileIsNoRelease)
 {
-    EXPECT_EQ(ReadAppliedRelease(), 0u);
+    EXPECT_EQ(ReadAppliedRelease(folder), 0u);
 }
 
 TEST_F(ReleaseState, WrittenVersionReadsBackAndIsReplaced)
 {
-    WriteAppliedRelease(12);
+    WriteAppliedRelease(folder, 12);
     EXPECT_EQ(Content(), "12\r\n");
-    EXPECT_EQ(ReadAppliedRelease(), 12u);
-    WriteAppliedRelease(9007199254740991ull);
+    EXPECT_EQ(ReadAppliedRelease(folder), 12u);
+    WriteAppliedRelease(folder, 9007199254740991ull);
     EXPECT_EQ(Content(), "9007199254740991\r\n");
-    EXPECT_EQ(ReadAppliedRelease(), 9007199254740991ull);
+    EXPECT_EQ(ReadAppliedRelease(folder), 9007199254740991ull);
     EXPECT_EQ(GetFileAttributesW((StatePath() + L".tmp").c_str()), INVALID_FILE_ATTRIBUTES);
 }
 
@@ -66,6 +63,6 @@ TEST_F(ReleaseState, UnreadableFileIsNoRelease)
 {
     for (const std::string& text : {std::string(""), std::string("x\r\n"), std::string(100, '1')}) {
         Put(text);
-        EXPECT_EQ(ReadAppliedRelease(), 0u) << text;
+        EXPECT_EQ(ReadAppliedRelease(folder), 0u) << text;
     }
 }
