@@ -4,6 +4,7 @@
 #include "app/execute.h"
 #include "app/config.h"
 #include "app/control.h"
+#include "app/progress.h"
 #include "json/value.h"
 #include "runtime/handles.h"
 #include "runtime/logger.h"
@@ -43,13 +44,14 @@ bool Exists(const std::wstring& path, bool& isFolder)
 
 // Peers first with short time-outs, then the servers; false when neither delivered.
 bool Download(const std::wstring& stagingDirectory, const std::wstring& urlPrefix, UpdateItem& item,
-              uint16_t httpSharePort, std::vector<std::wstring>& servers)
+              uint16_t httpSharePort, std::vector<std::wstring>& servers, Progress& progress)
 {
     std::wstring staged = FormatW(L"%s\\%s", stagingDirectory.c_str(), item.name.c_str());
     FileDigest digest = HashFile(staged);
     if (EqualsNoCase(digest.hash, item.hash) && digest.size == item.size &&
         (item.sha256.empty() || FileMatchesSha256(staged, item.sha256))) {
         LogW(L"Pass. %s", item.name.c_str());
+        progress.Passed(item);
         return true;
     }
 
@@ -65,7 +67,7 @@ bool Download(const std::wstring& stagingDirectory, const std::wstring& urlPrefi
 
     bool done = false;
     uint32_t connectTimeout = 500, receiveTimeout = 200;
-    DownloadRequest request{staged, urlPrefix, item, connectTimeout, receiveTimeout, digest, done};
+    DownloadRequest request{staged, urlPrefix, item, connectTimeout, receiveTimeout, digest, done, &progress};
     RandomPick hosts;
     hosts.Assign(peers);
     DownloadFromSources(hosts, servers, request);
@@ -103,21 +105,33 @@ void Replace(const std::wstring& source, const std::wstring& destination)
     LogW(L"Replaced %s", destination.c_str());
 }
 
-// Runs "net <verb> <name>" for every name in turn and hands each result to `report`, which logs
-// it with its own format.
+// Runs "net <verb> <name>" for every name in turn, told to the launcher as the step "<verb>Service",
+// and hands each result to `report`, which logs it with its own format.
 template <typename Report>
-void RunServices(const std::vector<std::wstring>& names, const wchar_t* verb, Report report)
+void RunServices(const std::vector<std::wstring>& names, const wchar_t* verb, Progress& progress, Report report)
+{
+    std::wstring step = FormatW(L"%sService", verb);
+    for (const std::wstring& name : names) {
+        progress.Step(step.c_str(), name);
+        report(name.c_str(), RunNetCommand(verb, name));
+    }
+}
+
+// The names of one action, each told to the launcher as `step` before the action runs.
+std::vector<std::wstring> Announced(std::vector<std::wstring> names, Progress& progress, const wchar_t* step)
 {
     for (const std::wstring& name : names)
-        report(name.c_str(), RunNetCommand(verb, name));
+        progress.Step(step, name);
+    return names;
 }
 
 // False when the manifest's program was refused.
-bool StartProgram(const UpdaterConfig& config, const wJsonObject& manifest)
+bool StartProgram(const UpdaterConfig& config, const wJsonObject& manifest, Progress& progress)
 {
     std::wstring exe = manifest.GetString(L"exe");
     if (exe.empty())
         return true;
+    progress.Step(L"startProgram", exe);
     if (!AcceptName(config.Signed(), L"start", exe))
         return false;
     std::wstring application = config.programDirectory + ManifestPath(exe);
@@ -152,7 +166,7 @@ bool AcceptName(bool signedRelease, const wchar_t* use, const std::wstring& name
 }
 
 bool ExecuteUpdateItems(const UpdaterConfig& config, const std::wstring& stagingDirectory, const wJsonObject& manifest,
-                        std::list<UpdateItem>& items, std::vector<std::wstring>& servers)
+                        std::list<UpdateItem>& items, std::vector<std::wstring>& servers, Progress& progress)
 {
     uint32_t created = CreateDirectoryPath(stagingDirectory);
     if (created == 0)
@@ -165,22 +179,25 @@ bool ExecuteUpdateItems(const UpdaterConfig& config, const std::wstring& staging
         urlPrefix = L"/";
 
     for (UpdateItem& item : items) {
-        if (!Download(stagingDirectory, urlPrefix, item, config.httpSharePort, servers)) {
+        if (!Download(stagingDirectory, urlPrefix, item, config.httpSharePort, servers, progress)) {
             LogW(L"Failed to download. (%s)", item.name.c_str());
             return false;
         }
     }
+    progress.Fetched();
 
-    RunServices(StringList(manifest, L"stop"), L"stop", [](const wchar_t* name, uint32_t result) {
+    RunServices(StringList(manifest, L"stop"), L"stop", progress, [](const wchar_t* name, uint32_t result) {
         if (result == 0)
             LogW(L"Stopped %s service.", name);
         else
             LogW(L"Failed to stop %s service. (0x%08X)", name, result);
     });
-    CloseProcessByName(StringList(manifest, L"close"));
-    for (const std::wstring& name : StringList(manifest, L"pipe"))
+    CloseProcessByName(Announced(StringList(manifest, L"close"), progress, L"close"));
+    for (const std::wstring& name : StringList(manifest, L"pipe")) {
+        progress.Step(L"signal", name);
         SignalPipe(name);
-    KillProcessByName(StringList(manifest, L"kill"));
+    }
+    KillProcessByName(Announced(StringList(manifest, L"kill"), progress, L"kill"));
 
     bool complete = true;
     for (const std::wstring& entry : StringList(manifest, L"delete")) {
@@ -192,6 +209,7 @@ bool ExecuteUpdateItems(const UpdaterConfig& config, const std::wstring& staging
         bool isFolder = false;
         if (!Exists(path, isFolder))
             continue;
+        progress.Step(L"delete", entry);
         SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
         uint32_t result = isFolder ? DeleteTree(path) : (DeleteFileW(path.c_str()) ? 0 : GetLastError());
         if (result == 0)
@@ -200,17 +218,19 @@ bool ExecuteUpdateItems(const UpdaterConfig& config, const std::wstring& staging
             LogW(L"Failed to delete. (0x%08X) %s", result, path.c_str());
     }
 
-    for (const UpdateItem& item : items)
+    for (const UpdateItem& item : items) {
+        progress.Step(L"replace", item.name);
         Replace(FormatW(L"%s\\%s", stagingDirectory.c_str(), item.name.c_str()),
                 FormatW(L"%s%s", config.programDirectory.c_str(), item.name.c_str()));
+    }
 
-    RunServices(StringList(manifest, L"start"), L"start", [](const wchar_t* name, uint32_t result) {
+    RunServices(StringList(manifest, L"start"), L"start", progress, [](const wchar_t* name, uint32_t result) {
         if (result == 0)
             LogW(L"Started %s service.", name);
         else
             LogW(L"Failed to start %s service. (0x%08X)", name, result);
     });
-    complete = StartProgram(config, manifest) && complete;
+    complete = StartProgram(config, manifest, progress) && complete;
     // Not through the shell's DeleteTree: it would load shell32 and user32 at the end of every
     // update run only to remove folders that are empty by now.
     DeleteFolderTree(stagingDirectory);

@@ -3,6 +3,7 @@
 #include "app/manifest.h"
 #include "app/config.h"
 #include "app/execute.h"
+#include "app/progress.h"
 #include "app/release_state.h"
 #include "app/signed_manifest.h"
 #include "json/value.h"
@@ -16,7 +17,8 @@
 
 #include <list>
 
-bool FetchManifest(const UpdaterConfig& config, const std::wstring& domain, std::vector<std::wstring>& servers)
+bool FetchManifest(const UpdaterConfig& config, const std::wstring& domain, std::vector<std::wstring>& servers,
+                   Progress& progress)
 {
     uint64_t releaseVersion = 0;
     wJsonRoot<wJsonObject> manifest;
@@ -26,7 +28,7 @@ bool FetchManifest(const UpdaterConfig& config, const std::wstring& domain, std:
         manifest.Reset(FetchManifestObject(config.pathAndQuery, domain, true));
     if (!manifest)
         return false;
-    ProcessManifest(config, *manifest.Get(), releaseVersion, servers);
+    ProcessManifest(config, *manifest.Get(), releaseVersion, servers, progress);
     return true;
 }
 
@@ -94,7 +96,7 @@ std::wstring PlanLine(const UpdateItem& item)
 }
 
 void ProcessManifest(const UpdaterConfig& config, const wJsonObject& manifest, uint64_t releaseVersion,
-                     std::vector<std::wstring>& servers)
+                     std::vector<std::wstring>& servers, Progress& progress)
 {
     std::vector<ManifestFile> files;
     if (!ReadManifestFiles(manifest, files))
@@ -103,16 +105,21 @@ void ProcessManifest(const UpdaterConfig& config, const wJsonObject& manifest, u
     std::list<UpdateItem> items = PlanUpdate(config, std::move(files), refused);
     if (items.empty()) {
         LogA("Nothing to update!");
+        progress.Outcome(Progress::kCurrent);
         if (config.Signed() && !refused)
             WriteAppliedRelease(config.programDirectory, releaseVersion);
         return;
     }
     for (const UpdateItem& item : items)
         LogW(L"%s", PlanLine(item).c_str());
+    progress.Plan(items);
     // Peers found now are tried before the servers; an answer may also replace an expected hash and size.
     if (config.httpSharePort != 0)
         StartPeerSharing(items, config.httpSharePort);
-    bool complete = ExecuteUpdateItems(config, config.programDirectory + L"_update", manifest, items, servers);
+    bool complete =
+        ExecuteUpdateItems(config, config.programDirectory + L"_update", manifest, items, servers, progress);
+    if (complete)
+        progress.Outcome(Progress::kUpdated);
     if (config.Signed() && complete && !refused)
         WriteAppliedRelease(config.programDirectory, releaseVersion);
 }
