@@ -1,37 +1,20 @@
-// ExecuteUpdateItems: every changed file is downloaded and verified before anything on the
-// machine is touched; then services stop, processes close, files are replaced and the program
-// is started, each step logging one line per object.
+// ExecuteUpdateItems: once every changed file is staged, services stop, processes close, files
+// are deleted and replaced, services start and the program is started, each step logging one
+// line per object.
 #include "app/execute.h"
+#include "app/actions.h"
 #include "app/config.h"
 #include "app/control.h"
 #include "app/progress.h"
-#include "json/value.h"
 #include "runtime/handles.h"
 #include "runtime/logger.h"
-#include "runtime/random_pick.h"
 #include "runtime/text.h"
-#include "share/download.h"
 #include "share/manifest_source.h"
 #include "share/safe_name.h"
-#include "share/sha256_file.h"
 
 #include <windows.h>
 
 namespace {
-
-// The non-empty strings of an array member; absent or of another kind: none.
-std::vector<std::wstring> StringList(const wJsonObject& manifest, const wchar_t* key)
-{
-    std::vector<std::wstring> list;
-    if (const wJsonArray* array = manifest.GetArray(key)) {
-        for (uint32_t i = 0; i < array->Count(); ++i) {
-            std::wstring text = array->GetString(i);
-            if (!text.empty())
-                list.push_back(std::move(text));
-        }
-    }
-    return list;
-}
 
 bool Exists(const std::wstring& path, bool& isFolder)
 {
@@ -42,44 +25,10 @@ bool Exists(const std::wstring& path, bool& isFolder)
     return true;
 }
 
-// Peers first with short time-outs, then the servers; false when neither delivered.
-bool Download(const std::wstring& stagingDirectory, const std::wstring& urlPrefix, UpdateItem& item,
-              uint16_t httpSharePort, std::vector<std::wstring>& servers, Progress& progress)
-{
-    std::wstring staged = FormatW(L"%s\\%s", stagingDirectory.c_str(), item.name.c_str());
-    FileDigest digest = HashFile(staged);
-    if (EqualsNoCase(digest.hash, item.hash) && digest.size == item.size &&
-        (item.sha256.empty() || FileMatchesSha256(staged, item.sha256))) {
-        LogW(L"Pass. %s", item.name.c_str());
-        progress.Passed(item);
-        return true;
-    }
-
-    std::vector<std::wstring> peers;
-    std::wstring joined;
-    for (uint32_t address : item.peers) {
-        std::wstring text = FormatIPv4(address);
-        peers.push_back(FormatW(L"%s:%u", text.c_str(), static_cast<unsigned>(httpSharePort)));
-        joined += joined.empty() ? text : L" " + text;
-    }
-    if (!joined.empty())
-        LogW(L"Peers for (%s) (%s)", item.name.c_str(), joined.c_str());
-
-    bool done = false;
-    uint32_t connectTimeout = 500, receiveTimeout = 200;
-    DownloadRequest request{staged, urlPrefix, item, connectTimeout, receiveTimeout, digest, done, &progress};
-    RandomPick hosts;
-    hosts.Assign(peers);
-    DownloadFromSources(hosts, servers, request);
-    if (!done) {
-        connectTimeout = 0;
-        receiveTimeout = 0;
-        hosts.Assign(servers);
-        DownloadFromSources(hosts, servers, request);
-    }
-    return done;
-}
-
+// Moves the staged file into place. A move that fails is tried again every 500 ms, without a
+// limit and on purpose: the services and programs that held the file were stopped just before,
+// so whatever still holds it lets go in time, and an installation left half replaced would be
+// worse than the wait.
 void Replace(const std::wstring& source, const std::wstring& destination)
 {
     for (;;) {
@@ -118,7 +67,8 @@ void RunServices(const std::vector<std::wstring>& names, const wchar_t* verb, Pr
 }
 
 // The names of one action, each told to the launcher as `step` before the action runs.
-std::vector<std::wstring> Announced(std::vector<std::wstring> names, Progress& progress, const wchar_t* step)
+const std::vector<std::wstring>& Announced(const std::vector<std::wstring>& names, Progress& progress,
+                                           const wchar_t* step)
 {
     for (const std::wstring& name : names)
         progress.Step(step, name);
@@ -126,9 +76,8 @@ std::vector<std::wstring> Announced(std::vector<std::wstring> names, Progress& p
 }
 
 // False when the manifest's program was refused.
-bool StartProgram(const UpdaterConfig& config, const wJsonObject& manifest, Progress& progress)
+bool StartProgram(const UpdaterConfig& config, const std::wstring& exe, const std::wstring& arg, Progress& progress)
 {
-    std::wstring exe = manifest.GetString(L"exe");
     if (exe.empty())
         return true;
     progress.Step(L"startProgram", exe);
@@ -136,7 +85,6 @@ bool StartProgram(const UpdaterConfig& config, const wJsonObject& manifest, Prog
         return false;
     std::wstring application = config.programDirectory + ManifestPath(exe);
     std::wstring commandLine = application;
-    std::wstring arg = manifest.GetString(L"arg");
     if (!arg.empty())
         commandLine += FormatW(L" %s", arg.c_str());
     if (!config.argOrg.empty())
@@ -165,42 +113,24 @@ bool AcceptName(bool signedRelease, const wchar_t* use, const std::wstring& name
     return false;
 }
 
-bool ExecuteUpdateItems(const UpdaterConfig& config, const std::wstring& stagingDirectory, const wJsonObject& manifest,
-                        std::list<UpdateItem>& items, std::vector<std::wstring>& servers, Progress& progress)
+bool ExecuteUpdateItems(const UpdaterConfig& config, const std::wstring& stagingDirectory,
+                        const ManifestActions& actions, const std::list<UpdateItem>& items, Progress& progress)
 {
-    uint32_t created = CreateDirectoryPath(stagingDirectory);
-    if (created == 0)
-        LogA("Created _update directory.");
-    else
-        LogW(L"Failed to create _update directory. (0x%08X)", created);
-
-    std::wstring urlPrefix = manifest.GetString(L"urlPrefix");
-    if (urlPrefix.empty())
-        urlPrefix = L"/";
-
-    for (UpdateItem& item : items) {
-        if (!Download(stagingDirectory, urlPrefix, item, config.httpSharePort, servers, progress)) {
-            LogW(L"Failed to download. (%s)", item.name.c_str());
-            return false;
-        }
-    }
-    progress.Fetched();
-
-    RunServices(StringList(manifest, L"stop"), L"stop", progress, [](const wchar_t* name, uint32_t result) {
+    RunServices(actions.stop, L"stop", progress, [](const wchar_t* name, uint32_t result) {
         if (result == 0)
             LogW(L"Stopped %s service.", name);
         else
             LogW(L"Failed to stop %s service. (0x%08X)", name, result);
     });
-    CloseProcessByName(Announced(StringList(manifest, L"close"), progress, L"close"));
-    for (const std::wstring& name : StringList(manifest, L"pipe")) {
+    CloseProcessByName(Announced(actions.close, progress, L"close"));
+    for (const std::wstring& name : actions.pipe) {
         progress.Step(L"signal", name);
         SignalPipe(name);
     }
-    KillProcessByName(Announced(StringList(manifest, L"kill"), progress, L"kill"));
+    KillProcessByName(Announced(actions.kill, progress, L"kill"));
 
     bool complete = true;
-    for (const std::wstring& entry : StringList(manifest, L"delete")) {
+    for (const std::wstring& entry : actions.deletions) {
         if (!AcceptName(config.Signed(), L"delete", entry)) {
             complete = false;
             continue;
@@ -224,13 +154,13 @@ bool ExecuteUpdateItems(const UpdaterConfig& config, const std::wstring& staging
                 FormatW(L"%s%s", config.programDirectory.c_str(), item.name.c_str()));
     }
 
-    RunServices(StringList(manifest, L"start"), L"start", progress, [](const wchar_t* name, uint32_t result) {
+    RunServices(actions.start, L"start", progress, [](const wchar_t* name, uint32_t result) {
         if (result == 0)
             LogW(L"Started %s service.", name);
         else
             LogW(L"Failed to start %s service. (0x%08X)", name, result);
     });
-    complete = StartProgram(config, manifest, progress) && complete;
+    complete = StartProgram(config, actions.exe, actions.arg, progress) && complete;
     // Not through the shell's DeleteTree: it would load shell32 and user32 at the end of every
     // update run only to remove folders that are empty by now.
     DeleteFolderTree(stagingDirectory);

@@ -1,11 +1,14 @@
-// FetchManifest: the manifest of one domain (a parsed JSON object ends the search), compared with
-// the local files.
+// FetchManifest: the manifest of one domain (a parsed JSON object ends the search); then the update
+// it asks for, in its order: the plan against the local files, the peers, the staging, the
+// actions around the replacement, and the signed release recorded.
 #include "app/manifest.h"
+#include "app/actions.h"
 #include "app/config.h"
 #include "app/execute.h"
 #include "app/progress.h"
 #include "app/release_state.h"
 #include "app/signed_manifest.h"
+#include "app/stage.h"
 #include "json/value.h"
 #include "runtime/handles.h"
 #include "runtime/logger.h"
@@ -28,7 +31,13 @@ bool FetchManifest(const UpdaterConfig& config, const std::wstring& domain, std:
         manifest.Reset(FetchManifestObject(config.pathAndQuery, domain, true));
     if (!manifest)
         return false;
-    ProcessManifest(config, *manifest.Get(), releaseVersion, servers, progress);
+    std::vector<ManifestFile> files;
+    if (ReadManifestFiles(*manifest.Get(), files)) {
+        ManifestActions actions = ReadManifestActions(*manifest.Get());
+        // Everything the update needs of the document is read by now.
+        manifest.Reset();
+        ProcessManifest(config, std::move(files), actions, releaseVersion, servers, progress);
+    }
     return true;
 }
 
@@ -95,12 +104,9 @@ std::wstring PlanLine(const UpdateItem& item)
                    FormatByteSize(item.size).c_str(), item.name.c_str());
 }
 
-void ProcessManifest(const UpdaterConfig& config, const wJsonObject& manifest, uint64_t releaseVersion,
-                     std::vector<std::wstring>& servers, Progress& progress)
+void ProcessManifest(const UpdaterConfig& config, std::vector<ManifestFile> files, const ManifestActions& actions,
+                     uint64_t releaseVersion, std::vector<std::wstring>& servers, Progress& progress)
 {
-    std::vector<ManifestFile> files;
-    if (!ReadManifestFiles(manifest, files))
-        return;
     bool refused = false;
     std::list<UpdateItem> items = PlanUpdate(config, std::move(files), refused);
     if (items.empty()) {
@@ -116,8 +122,10 @@ void ProcessManifest(const UpdaterConfig& config, const wJsonObject& manifest, u
     // Peers found now are tried before the servers; an answer may also replace an expected hash and size.
     if (config.httpSharePort != 0)
         StartPeerSharing(items, config.httpSharePort);
-    bool complete =
-        ExecuteUpdateItems(config, config.programDirectory + L"_update", manifest, items, servers, progress);
+    std::wstring stagingDirectory = config.programDirectory + L"_update";
+    if (!StageItems(stagingDirectory, actions.urlPrefix, items, config.httpSharePort, servers, progress))
+        return;
+    bool complete = ExecuteUpdateItems(config, stagingDirectory, actions, items, progress);
     if (complete)
         progress.Outcome(Progress::kUpdated);
     if (config.Signed() && complete && !refused)

@@ -5,7 +5,8 @@
 #include <vector>
 
 class Progress;
-class wJsonObject;
+struct ManifestActions;
+struct ManifestFile;
 struct UpdaterConfig;
 struct UpdateItem;
 
@@ -15,7 +16,9 @@ bool FetchManifest(const UpdaterConfig& config, const std::wstring& domain, std:
                    Progress& progress);
 // "(local hash -> hash) (local size -> size) (name)"; a local size with all bits set shows as "_".
 std::wstring PlanLine(const UpdateItem& item);
-// Records the files that differ from the manifest and runs the update. A signed release
-// (`releaseVersion`) that was applied whole is recorded as the installation's release.
-void ProcessManifest(const UpdaterConfig& config, const wJsonObject& manifest, uint64_t releaseVersion,
-                     std::vector<std::wstring>& servers, Progress& progress);
+// The update from a manifest's files and actions: the files that differ from the copies on disk
+// are planned, their peers found, fetched into the staging folder and moved into place amid the
+// actions. A signed release (`releaseVersion`) that was applied whole is recorded as the
+// installation's release. `progress` is told the plan, the transfers, the steps and the outcome.
+void ProcessManifest(const UpdaterConfig& config, std::vector<ManifestFile> files, const ManifestActions& actions,
+                     uint64_t releaseVersion, std::vector<std::wstring>& servers, Progress& progress);
