@@ -106,7 +106,7 @@ void Progress::Finish()
     ClearStatusLine();
     if (!pipe.IsOpen())
         return;
-    pipe.Finish(EndEvent(outcome_, files, fetchedFiles, meter.Fetched(), pipe.Dropped()), kEndWaitMs);
+    pipe.Finish(EndEvent(outcome, files, fetchedFiles, meter.Fetched(), pipe.Dropped()), kEndWaitMs);
     if (pipe.Dropped() > 0)
         LogW(L"The progress pipe dropped %u of %u lines: the launcher did not read them in time.", pipe.Dropped(),
              pipe.Lines());

@@ -34,7 +34,7 @@ public:
     // "replace", "startService", "startProgram".
     void Step(const wchar_t* step, const std::wstring& name);
     // The update's outcome; "failed" unless told otherwise.
-    void Outcome(const wchar_t* outcome) { outcome_ = outcome; }
+    void Outcome(const wchar_t* text) { outcome = text; }
     // Clears the status line, writes the end event (waiting at most a second for room) and
     // closes the pipe; one log line tells how many lines were dropped, when any were.
     void Finish();
@@ -50,7 +50,7 @@ private:
 
     ProgressMeter meter;
     ProgressPipe pipe;
-    const wchar_t* outcome_ = kFailed;
+    const wchar_t* outcome = kFailed;
     uint64_t files = 0;
     uint64_t fetchedFiles = 0;
     uint64_t lastReportMs = 0;

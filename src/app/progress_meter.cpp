@@ -14,14 +14,14 @@ void ProgressMeter::Attempt(uint64_t nowMs)
     attemptBytes = 0;
     attemptStart = nowMs;
     running = true;
-    Sample(nowMs);
+    Note(nowMs);
 }
 
 void ProgressMeter::Received(uint64_t count, uint64_t nowMs)
 {
     attemptBytes += count;
     received += count;
-    Sample(nowMs);
+    Note(nowMs);
 }
 
 void ProgressMeter::Ended(bool valid)
@@ -34,7 +34,7 @@ void ProgressMeter::Ended(bool valid)
     running = false;
 }
 
-void ProgressMeter::Sample(uint64_t nowMs)
+void ProgressMeter::Note(uint64_t nowMs)
 {
     if (samples.empty() || nowMs - samples.back().ms >= kSampleMs)
         samples.push_back({nowMs, received});
@@ -49,7 +49,7 @@ uint64_t ProgressMeter::Rate(uint64_t nowMs) const
 {
     if (samples.empty())
         return 0;
-    const struct Sample& oldest = samples.front();
+    const Sample& oldest = samples.front();
     uint64_t span = nowMs - oldest.ms;
     if (span < kSampleMs)
         return 0;

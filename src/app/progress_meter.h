@@ -37,7 +37,7 @@ private:
         uint64_t bytes;  // everything received so far, failed transfers included
     };
     // Adds a sample every tenth of a second and forgets those the window no longer needs.
-    void Sample(uint64_t nowMs);
+    void Note(uint64_t nowMs);
 
     uint64_t total = 0;
     uint64_t completed = 0;  // bytes of files done
@@ -46,7 +46,7 @@ private:
     uint64_t received = 0;
     uint64_t attemptStart = 0;
     bool running = false;
-    std::deque<struct Sample> samples;
+    std::deque<Sample> samples;
 };
 
 // "12.5 MB of 200.0 MB, 30.0 MB/s, 0:06 left, big.bin from server 127.0.0.1:8080".
