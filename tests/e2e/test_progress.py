@@ -267,7 +267,10 @@ class ConsoleLine(unittest.TestCase):
 
         self.server = ScriptedServer(answer)
         self.addCleanup(self.server.stop)
-        self.tmux = ["tmux", "-L", f"vey-progress-{os.getpid()}"]
+        # A tmux server of the test's own, whose socket goes with it.
+        socket = os.path.join(WORK, "progress-tmux.socket")
+        self.tmux = ["tmux", "-S", socket]
+        self.addCleanup(lambda: os.path.exists(socket) and os.remove(socket))
         self.addCleanup(lambda: subprocess.run(self.tmux + ["kill-server"], stderr=subprocess.DEVNULL))
 
     def capture(self, *options):
