@@ -1,5 +1,6 @@
 // Reads UpdaterConfig from the parsed command-line argument and logs it.
 #include "app/config.h"
+#include "json/line.h"
 #include "json/value.h"
 #include "runtime/logger.h"
 #include "runtime/text.h"
@@ -61,7 +62,22 @@ UpdaterConfig ReadConfig(const wJsonObject& argument, std::wstring programDirect
             config.pathAndQuery.clear();
         }
     }
+    config.progressPipe = argument.GetString(L"progressPipe");
+    if (!config.progressPipe.empty())
+        LogW(L"progressPipe: %s", config.progressPipe.c_str());
     return config;
+}
+
+JsonLine ConfigurationLine(const UpdaterConfig& config)
+{
+    JsonLine line;
+    line.Strings("domains", config.domains)
+        .String("pathAndQuery", config.pathAndQuery)
+        .String("argOrg", config.argOrg)
+        .Number("httpSharePort", config.httpSharePort);
+    if (config.Signed())
+        line.String("publicKey", config.publicKey);
+    return line.String("progressPipe", config.progressPipe);
 }
 
 std::wstring ComputeProgramDirectory()

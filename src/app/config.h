@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+class JsonLine;
 class wJsonObject;
 
 struct UpdaterConfig {
@@ -17,11 +18,15 @@ struct UpdaterConfig {
     uint8_t publicKeyBytes[32] = {};
     // The program's own folder with a trailing '\'; the base of every relative path.
     std::wstring programDirectory;
+    // The launcher's pipe for progress events; empty when none is given.
+    std::wstring progressPipe;
 
     bool Signed() const { return !publicKey.empty(); }
 };
 
 // The configuration read from the parsed argument and logged.
 UpdaterConfig ReadConfig(const wJsonObject& argument, std::wstring programDirectory);
+// The configuration as the start event shows it to a launcher.
+JsonLine ConfigurationLine(const UpdaterConfig& config);
 // The folder of the running program with a trailing '\'.
 std::wstring ComputeProgramDirectory();

@@ -1,6 +1,7 @@
 // The entry routine: set-up in a fixed order, the argument, the run, and an orderly tear-down.
 #include "app/entry.h"
 #include "app/config.h"
+#include "app/progress.h"
 #include "app/run.h"
 #include "json/value.h"
 #include "runtime/clock.h"
@@ -15,6 +16,8 @@
 
 namespace {
 
+const wchar_t kVersion[] = L"1.10";
+
 // The URL-encoded JSON argument read into the configuration, and the update run with it when it
 // names servers and a manifest. The parsed argument and the configuration go before the pool does.
 void ReadArgumentAndRun(const wchar_t* encoded, std::wstring programDirectory)
@@ -27,8 +30,11 @@ void ReadArgumentAndRun(const wchar_t* encoded, std::wstring programDirectory)
         return;
     }
     const UpdaterConfig config = ReadConfig(*argument.Get(), std::move(programDirectory));
+    Progress progress;
+    progress.Start(config.progressPipe, kVersion, ConfigurationLine(config));
     if (!config.domains.empty() && !config.pathAndQuery.empty())
-        RunUpdate(config);
+        RunUpdate(config, progress);
+    progress.Finish();
 }
 
 }  // namespace
@@ -50,7 +56,7 @@ int UpdaterMain(int argc, wchar_t** argv)
 
     wLogger::Create();
     LogA("================================================================");
-    LogA("VeyUpdater version '1.10'");
+    LogW(L"VeyUpdater version '%s'", kVersion);
     LogW(L"Command line is %s", GetCommandLineW());
     ReadArgumentAndRun(argv[1], std::move(programDirectory));
 

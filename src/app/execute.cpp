@@ -5,6 +5,7 @@
 #include "app/actions.h"
 #include "app/config.h"
 #include "app/control.h"
+#include "app/progress.h"
 #include "runtime/handles.h"
 #include "runtime/logger.h"
 #include "runtime/text.h"
@@ -67,20 +68,33 @@ void Replace(const std::wstring& source, const std::wstring& destination)
     LogW(L"Replaced %s", destination.c_str());
 }
 
-// Runs "net <verb> <name>" for every name in turn and hands each result to `report`, which logs
-// it with its own format.
+// Runs "net <verb> <name>" for every name in turn, told to the launcher as the step "<verb>Service",
+// and hands each result to `report`, which logs it with its own format.
 template <typename Report>
-void RunServices(const std::vector<std::wstring>& names, const wchar_t* verb, Report report)
+void RunServices(const std::vector<std::wstring>& names, const wchar_t* verb, Progress& progress, Report report)
+{
+    std::wstring step = FormatW(L"%sService", verb);
+    for (const std::wstring& name : names) {
+        progress.Step(step.c_str(), name);
+        report(name.c_str(), RunNetCommand(verb, name));
+    }
+}
+
+// The names of one action, each told to the launcher as `step` before the action runs.
+const std::vector<std::wstring>& Announced(const std::vector<std::wstring>& names, Progress& progress,
+                                           const wchar_t* step)
 {
     for (const std::wstring& name : names)
-        report(name.c_str(), RunNetCommand(verb, name));
+        progress.Step(step, name);
+    return names;
 }
 
 // False when the manifest's program was refused.
-bool StartProgram(const UpdaterConfig& config, const std::wstring& exe, const std::wstring& arg)
+bool StartProgram(const UpdaterConfig& config, const std::wstring& exe, const std::wstring& arg, Progress& progress)
 {
     if (exe.empty())
         return true;
+    progress.Step(L"startProgram", exe);
     if (!AcceptName(config.Signed(), L"start", exe))
         return false;
     std::wstring application = config.programDirectory + ManifestPath(exe);
@@ -114,18 +128,20 @@ bool AcceptName(bool signedRelease, const wchar_t* use, const std::wstring& name
 }
 
 bool ExecuteUpdateItems(const UpdaterConfig& config, const std::wstring& stagingDirectory,
-                        const ManifestActions& actions, const std::list<UpdateItem>& items)
+                        const ManifestActions& actions, const std::list<UpdateItem>& items, Progress& progress)
 {
-    RunServices(actions.stop, L"stop", [](const wchar_t* name, uint32_t result) {
+    RunServices(actions.stop, L"stop", progress, [](const wchar_t* name, uint32_t result) {
         if (result == 0)
             LogW(L"Stopped %s service.", name);
         else
             LogW(L"Failed to stop %s service. (0x%08X)", name, result);
     });
-    CloseProcessByName(actions.close);
-    for (const std::wstring& name : actions.pipe)
+    CloseProcessByName(Announced(actions.close, progress, L"close"));
+    for (const std::wstring& name : actions.pipe) {
+        progress.Step(L"signal", name);
         SignalPipe(name);
-    KillProcessByName(actions.kill);
+    }
+    KillProcessByName(Announced(actions.kill, progress, L"kill"));
 
     bool complete = true;
     for (const std::wstring& entry : actions.deletions) {
@@ -137,6 +153,7 @@ bool ExecuteUpdateItems(const UpdaterConfig& config, const std::wstring& staging
         bool isFolder = false;
         if (!Exists(path, isFolder))
             continue;
+        progress.Step(L"delete", entry);
         SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
         uint32_t result = isFolder ? DeleteTree(path) : (DeleteFileW(path.c_str()) ? 0 : GetLastError());
         if (result == 0)
@@ -145,17 +162,19 @@ bool ExecuteUpdateItems(const UpdaterConfig& config, const std::wstring& staging
             LogW(L"Failed to delete. (0x%08X) %s", result, path.c_str());
     }
 
-    for (const UpdateItem& item : items)
+    for (const UpdateItem& item : items) {
+        progress.Step(L"replace", item.name);
         Replace(FormatW(L"%s\\%s", stagingDirectory.c_str(), item.name.c_str()),
                 FormatW(L"%s%s", config.programDirectory.c_str(), item.name.c_str()));
+    }
 
-    RunServices(actions.start, L"start", [](const wchar_t* name, uint32_t result) {
+    RunServices(actions.start, L"start", progress, [](const wchar_t* name, uint32_t result) {
         if (result == 0)
             LogW(L"Started %s service.", name);
         else
             LogW(L"Failed to start %s service. (0x%08X)", name, result);
     });
-    complete = StartProgram(config, actions.exe, actions.arg) && complete;
+    complete = StartProgram(config, actions.exe, actions.arg, progress) && complete;
     // Not through the shell's DeleteTree: it would load shell32 and user32 at the end of every
     // update run only to remove folders that are empty by now.
     DeleteFolderTree(stagingDirectory);

@@ -5,6 +5,7 @@
 #include "app/actions.h"
 #include "app/config.h"
 #include "app/execute.h"
+#include "app/progress.h"
 #include "app/release_state.h"
 #include "app/signed_manifest.h"
 #include "app/stage.h"
@@ -19,7 +20,8 @@
 
 #include <list>
 
-bool FetchManifest(const UpdaterConfig& config, const std::wstring& domain, std::vector<std::wstring>& servers)
+bool FetchManifest(const UpdaterConfig& config, const std::wstring& domain, std::vector<std::wstring>& servers,
+                   Progress& progress)
 {
     uint64_t releaseVersion = 0;
     wJsonRoot<wJsonObject> manifest;
@@ -34,7 +36,7 @@ bool FetchManifest(const UpdaterConfig& config, const std::wstring& domain, std:
         ManifestActions actions = ReadManifestActions(*manifest.Get());
         // Everything the update needs of the document is read by now.
         manifest.Reset();
-        ProcessManifest(config, std::move(files), actions, releaseVersion, servers);
+        ProcessManifest(config, std::move(files), actions, releaseVersion, servers, progress);
     }
     return true;
 }
@@ -103,25 +105,29 @@ std::wstring PlanLine(const UpdateItem& item)
 }
 
 void ProcessManifest(const UpdaterConfig& config, std::vector<ManifestFile> files, const ManifestActions& actions,
-                     uint64_t releaseVersion, std::vector<std::wstring>& servers)
+                     uint64_t releaseVersion, std::vector<std::wstring>& servers, Progress& progress)
 {
     bool refused = false;
     std::list<UpdateItem> items = PlanUpdate(config, std::move(files), refused);
     if (items.empty()) {
         LogA("Nothing to update!");
+        progress.Outcome(Progress::kCurrent);
         if (config.Signed() && !refused)
             WriteAppliedRelease(config.programDirectory, releaseVersion);
         return;
     }
     for (const UpdateItem& item : items)
         LogW(L"%s", PlanLine(item).c_str());
+    progress.Plan(items);
     // Peers found now are tried before the servers; an answer may also replace an expected hash and size.
     if (config.httpSharePort != 0)
         StartPeerSharing(items, config.httpSharePort);
     std::wstring stagingDirectory = config.programDirectory + L"_update";
-    if (!StageItems(stagingDirectory, actions.urlPrefix, items, config.httpSharePort, servers))
+    if (!StageItems(stagingDirectory, actions.urlPrefix, items, config.httpSharePort, servers, progress))
         return;
-    bool complete = ExecuteUpdateItems(config, stagingDirectory, actions, items);
+    bool complete = ExecuteUpdateItems(config, stagingDirectory, actions, items, progress);
+    if (complete)
+        progress.Outcome(Progress::kUpdated);
     if (config.Signed() && complete && !refused)
         WriteAppliedRelease(config.programDirectory, releaseVersion);
 }

@@ -11,7 +11,7 @@
 
 #include <winsock2.h>
 
-void RunUpdate(const UpdaterConfig& config)
+void RunUpdate(const UpdaterConfig& config, Progress& progress)
 {
     IocpStart();
     WSADATA data;
@@ -26,8 +26,8 @@ void RunUpdate(const UpdaterConfig& config)
     ring.Assign(config.domains);
     // The servers in ring order; the downloads take out each one that fails them.
     std::vector<std::wstring> servers = ring.items;
-    WalkDomainRing(ring, [&config, &servers](const std::wstring& domain) {
-        return FetchManifest(config, domain, servers);
+    WalkDomainRing(ring, [&config, &servers, &progress](const std::wstring& domain) {
+        return FetchManifest(config, domain, servers, progress);
     });
 
     WSACleanup();

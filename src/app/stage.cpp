@@ -1,6 +1,7 @@
 // StageItems: each file of the update fetched into the staging folder, peers first with short
 // time-outs, then the servers.
 #include "app/stage.h"
+#include "app/progress.h"
 #include "runtime/folder.h"
 #include "runtime/logger.h"
 #include "runtime/random_pick.h"
@@ -12,13 +13,14 @@ namespace {
 
 // Peers first with short time-outs, then the servers; false when neither delivered.
 bool Download(const std::wstring& stagingDirectory, const std::wstring& urlPrefix, UpdateItem& item,
-              uint16_t httpSharePort, std::vector<std::wstring>& servers)
+              uint16_t httpSharePort, std::vector<std::wstring>& servers, Progress& progress)
 {
     std::wstring staged = FormatW(L"%s\\%s", stagingDirectory.c_str(), item.name.c_str());
     FileDigest digest = HashFile(staged);
     if (EqualsNoCase(digest.hash, item.hash) && digest.size == item.size &&
         (item.sha256.empty() || FileMatchesSha256(staged, item.sha256))) {
         LogW(L"Pass. %s", item.name.c_str());
+        progress.Passed(item);
         return true;
     }
 
@@ -34,7 +36,7 @@ bool Download(const std::wstring& stagingDirectory, const std::wstring& urlPrefi
 
     bool done = false;
     uint32_t connectTimeout = 500, receiveTimeout = 200;
-    DownloadRequest request{staged, urlPrefix, item, connectTimeout, receiveTimeout, digest, done};
+    DownloadRequest request{staged, urlPrefix, item, connectTimeout, receiveTimeout, digest, done, &progress};
     RandomPick hosts;
     hosts.Assign(peers);
     DownloadFromSources(hosts, servers, request);
@@ -50,7 +52,7 @@ bool Download(const std::wstring& stagingDirectory, const std::wstring& urlPrefi
 }  // namespace
 
 bool StageItems(const std::wstring& stagingDirectory, const std::wstring& urlPrefix, std::list<UpdateItem>& items,
-                uint16_t httpSharePort, std::vector<std::wstring>& servers)
+                uint16_t httpSharePort, std::vector<std::wstring>& servers, Progress& progress)
 {
     uint32_t created = CreateDirectoryPath(stagingDirectory);
     if (created == 0)
@@ -59,10 +61,11 @@ bool StageItems(const std::wstring& stagingDirectory, const std::wstring& urlPre
         LogW(L"Failed to create _update directory. (0x%08X)", created);
 
     for (UpdateItem& item : items) {
-        if (!Download(stagingDirectory, urlPrefix, item, httpSharePort, servers)) {
+        if (!Download(stagingDirectory, urlPrefix, item, httpSharePort, servers, progress)) {
             LogW(L"Failed to download. (%s)", item.name.c_str());
             return false;
         }
     }
+    progress.Fetched();
     return true;
 }

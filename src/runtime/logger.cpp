@@ -2,6 +2,7 @@
 #include "runtime/logger.h"
 #include "runtime/fatal.h"
 #include "runtime/folder.h"
+#include "runtime/status_line.h"
 #include "runtime/text.h"
 
 #include <windows.h>
@@ -23,22 +24,6 @@ void WriteAll(HANDLE file, const void* data, DWORD length)
     WriteFile(file, data, length, &written, nullptr);
 }
 
-// Whether `out` is a console. The answer is kept for the handle (in the low bit beside its value,
-// which is a multiple of 4), since each question is a trip to the system (to Wine's server, under
-// Wine) and the program's standard output stays the same handle for its whole run.
-bool IsConsole(HANDLE out)
-{
-    static std::atomic<uintptr_t> known{0};
-    uintptr_t handle = reinterpret_cast<uintptr_t>(out);
-    uintptr_t kept = known.load(std::memory_order_relaxed);
-    if ((kept & ~uintptr_t(1)) == handle)
-        return (kept & 1) != 0;
-    DWORD mode;
-    bool console = GetConsoleMode(out, &mode) != FALSE;
-    known.store(handle | (console ? 1 : 0), std::memory_order_relaxed);
-    return console;
-}
-
 // The entry (prefix and message) as one console line ending in "\n": one write, so that the lines
 // of different threads do not interleave, made without copying the message when the output is not
 // a console.
@@ -47,15 +32,14 @@ void Echo(std::string& entry)
     HANDLE out = GetStdHandle(STD_OUTPUT_HANDLE);
     if (!out || out == INVALID_HANDLE_VALUE)
         return;
-    DWORD written;
-    if (IsConsole(out)) {
+    if (IsConsoleHandle(out)) {
         int length = entry.empty() ? 0
                                    : MultiByteToWideChar(CP_UTF8, 0, entry.data(), static_cast<int>(entry.size()),
                                                          nullptr, 0);
         std::wstring line(static_cast<size_t>(length > 0 ? length : 0) + 1, L'\n');
         if (length > 0)
             MultiByteToWideChar(CP_UTF8, 0, entry.data(), static_cast<int>(entry.size()), &line[0], length);
-        WriteConsoleW(out, line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
+        WriteConsoleEntry(out, line);
     } else {
         entry.push_back('\n');
         WriteAll(out, entry.data(), static_cast<DWORD>(entry.size()));

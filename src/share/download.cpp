@@ -7,10 +7,12 @@
 #include "runtime/folder.h"
 #include "runtime/text.h"
 #include "share/body_digest.h"
+#include "share/download_progress.h"
 #include "share/update_item.h"
 
 #include <windows.h>
 #include <algorithm>
+#include <optional>
 
 std::string PercentEncode(const std::string& bytes)
 {
@@ -62,6 +64,33 @@ bool FileSize(const std::wstring& path, uint64_t& size)
     return true;
 }
 
+// Hands what is written to the digest and counts it for the progress: the bytes counted are
+// those on disk, batch by batch, as the file grows, and only those of a 200 response (an error
+// page or a redirect's body is not the file).
+class CountedBody final : public WrittenBody {
+public:
+    CountedBody(WrittenBody& digest, const HttpRequest& http, DownloadProgress& progress)
+        : digest(digest), http(http), progress(progress)
+    {
+    }
+    void Restart() override
+    {
+        digest.Restart();
+        progress.Restart();
+    }
+    void Take(const void* bytes, size_t count) override
+    {
+        digest.Take(bytes, count);
+        if (http.Sink().head.status == 200)
+            progress.Received(count);
+    }
+
+private:
+    WrittenBody& digest;
+    const HttpRequest& http;
+    DownloadProgress& progress;
+};
+
 }  // namespace
 
 bool DownloadFromHost(const DownloadRequest& request, const std::wstring& host, std::vector<std::wstring>& servers)
@@ -78,6 +107,11 @@ bool DownloadFromHost(const DownloadRequest& request, const std::wstring& host, 
     HttpRequest http;
     http.outputPath = request.destinationPath;
     http.writtenBody = &written;
+    std::optional<CountedBody> counted;
+    if (request.progress) {
+        request.progress->Attempt(request.item, host, isServer);
+        http.writtenBody = &counted.emplace(written, http, *request.progress);
+    }
     if (request.connectTimeoutOverride != 0)
         http.connectTimeoutMs = request.connectTimeoutOverride;
     if (request.receiveTimeoutOverride != 0)
@@ -104,6 +138,8 @@ bool DownloadFromHost(const DownloadRequest& request, const std::wstring& host, 
     }
     LogW(L"HTTP Response Status (%u %s) (%s %s)", http.status, GetHttpStatusName(http.status),
          valid ? L"Valid" : L"Invalid", FormatByteSize(static_cast<uint64_t>(received)).c_str());
+    if (request.progress)
+        request.progress->Ended(valid);
     if (valid) {
         request.done = true;
         return true;

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+class DownloadProgress;
 class HttpRequest;
 struct RandomPick;
 struct UpdateItem;
@@ -27,6 +28,7 @@ struct DownloadRequest {
     const uint32_t& receiveTimeoutOverride;
     FileDigest& digest;                   // refreshed after a download that passed the size checks
     bool& done;                           // set when a download was valid
+    DownloadProgress* progress = nullptr;  // told of each attempt and its bytes, when given
 };
 
 // Tries the hosts from the pick's index on, wrapping around; true when one delivered a valid

@@ -24,6 +24,7 @@ import unittest
 import netns
 from peer import Peer
 from servers import Nginx
+from test_progress import Launcher
 from veytest import TEST_BIN, WORK, make_app_folder, quote_argument, read, read_log_entries, sha1, windows_path, write
 
 UNAVAILABLE = netns.unavailable_reason()
@@ -328,6 +329,34 @@ class PeerSharing(unittest.TestCase):
         self.assertLess(elapsed, 200)
         self.assertEqual(lan1.datagrams, [])
         self.assertEqual(lan2.datagrams, [])
+
+    def test_progress_pipe_tells_peer_and_server_transfers(self):
+        files = {"a.txt": b"new a\n", "b.txt": b"new b\n"}
+        self.start_server(files)
+        peer = self.start_peer("p", PEER_P, offers={"a.txt": (1,), "b.txt": (1,)},
+                               files={"/a.txt": files["a.txt"], "/b.txt": b"wrong\n"})
+        folder = make_app_folder("peers-progress")
+        launcher = Launcher(self, "peers", "read", start=wine.start)
+        argument = {"domains": [self.server.domain], "pathAndQuery": "/m.json", "argOrg": "",
+                    "httpSharePort": SHARE_PORT, "progressPipe": launcher.name}
+        code, _ = wine.run(os.path.join(folder, "VeyUpdater.exe"), [quote_argument(json.dumps(argument))])
+        self.assertEqual(code, 0)
+        launcher.finish()
+
+        events = launcher.events()
+        peer_host = f"{PEER_P}:{SHARE_PORT}"
+        self.assertEqual([event for event in events if event["event"] in ("item", "end")], [
+            {"event": "item", "name": "a.txt", "size": 6, "source": "peer", "host": peer_host},
+            {"event": "item", "name": "b.txt", "size": 6, "source": "peer", "host": peer_host},
+            {"event": "item", "name": "b.txt", "size": 6, "source": "server", "host": self.server.domain},
+            {"event": "end", "outcome": "updated", "files": 2, "fetched": 2, "bytes": 12, "dropped": 0},
+        ])
+        # The wrong file from the peer does not count: the last count is the bytes fetched.
+        progress = [event for event in events if event["event"] == "progress"]
+        self.assertEqual((progress[-1]["done"], progress[-1]["total"]), (12, 12))
+        self.assertEqual(peer.paths, ["/a.txt", "/b.txt"])
+        for name, data in files.items():
+            self.assertEqual(read(os.path.join(folder, name)), data, name)
 
 
 if __name__ == "__main__":
