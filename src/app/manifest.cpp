@@ -10,7 +10,7 @@
 #include "runtime/text.h"
 #include "release/digest.h"
 #include "release/manifest_source.h"
-#include "discovery/datagrams.h"
+#include "discovery/search.h"
 #include "release/signature.h"
 
 bool FetchManifest(const std::wstring& pathAndQuery, const std::wstring& domain)

@@ -1,12 +1,13 @@
 // StartPeerSharing: the broadcaster runs for one discovery of at most about half a second,
 // query bursts go out every 200 ms, and answers arriving on the completion-port workers are
 // applied to the caller's items.
+#include "discovery/search.h"
+#include "discovery/broadcaster.h"
 #include "discovery/datagrams.h"
 #include "runtime/clock.h"
 #include "runtime/handles.h"
 #include "runtime/io_request.h"
 #include "runtime/logger.h"
-#include "discovery/broadcaster.h"
 
 namespace {
 

@@ -2,6 +2,7 @@
 // recv() first with select() only when nothing is waiting.
 #include "http/connection.h"
 #include "http/resolve.h"
+#include "http/wait_socket.h"
 
 #include <winsock2.h>
 #include <ws2tcpip.h>

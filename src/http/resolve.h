@@ -1,4 +1,4 @@
-// Name resolution and the single select() wait of the HTTP client.
+// Name resolution of the HTTP client: a host's addresses in the resolver's order.
 #pragma once
 #include <cstddef>
 #include <cstdint>
@@ -23,7 +23,3 @@ struct HostAddressList {
 HostAddressList ResolveHost(const std::wstring& host);
 // Returns every node to the pool and empties the list.
 void FreeHostAddresses(HostAddressList& list);
-
-// One select() on `socket` for each condition whose pointer is given; each is set to whether the
-// socket is in that set. False only when select() fails, so a time-out gives true with nothing ready.
-bool WaitSocket(uintptr_t socket, uint32_t timeoutMs, bool* readable, bool* writable, bool* failed);

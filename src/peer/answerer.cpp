@@ -3,7 +3,6 @@
 #include "peer/catalogue.h"
 #include "peer/query_log.h"
 #include "runtime/io_request.h"
-#include "discovery/peer_query.h"
 #include "discovery/datagrams.h"
 
 namespace {

@@ -2,7 +2,7 @@
 // that it ends where a no-access page begins, so a read past the received bytes faults. Each round
 // checks what the reader may return; the seed is fixed and printed.
 #include <gtest/gtest.h>
-#include "discovery/peer_query.h"
+#include "discovery/datagrams.h"
 #include "support/datagrams.h"
 
 #include <cstdio>

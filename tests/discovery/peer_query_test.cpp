@@ -2,7 +2,6 @@
 // record for record, every way a query can be broken, and answers that the updater applies.
 #include <gtest/gtest.h>
 #include "release/update_item.h"
-#include "discovery/peer_query.h"
 #include "discovery/datagrams.h"
 #include "runtime/text.h"
 #include "support/datagrams.h"

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include "http/fake_resolver.h"
 #include "http/resolve.h"
+#include "http/wait_socket.h"
 #include "http/request.h"
 #include "runtime/iocp.h"
 #include "runtime/pool.h"
