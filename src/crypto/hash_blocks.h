@@ -1,4 +1,4 @@
-// What the SHA-2 digests share: big-endian words, rotations, and the message buffering and
+// What the SHA digests share: big-endian words, rotations, and the message buffering and
 // padding around a block function `compress(state, blocks, count)`. A context has `state`,
 // `length` (message bytes so far) and `buffer` (one block, holding length % block size bytes).
 #pragma once
@@ -13,6 +13,11 @@
 #else
 #define VEY_HASH_INLINE inline
 #endif
+
+VEY_HASH_INLINE uint32_t Rotl32(uint32_t x, int n)
+{
+    return (x << n) | (x >> (32 - n));
+}
 
 VEY_HASH_INLINE uint32_t Rotr32(uint32_t x, int n)
 {
