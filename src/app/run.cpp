@@ -15,7 +15,7 @@ void RunUpdate(const std::wstring& pathAndQuery)
     IocpStart();
     WSADATA data;
     if (WSAStartup(0x0202, &data) != 0)
-        FatalError(0x89437291);
+        FatalError(kFatalUpdaterWinsock);
 
     UpdaterConfig& config = *updaterConfig;
     // Loaded on a worker instead, iphlpapi was often still loading when a quick run began its

@@ -5,6 +5,7 @@
 #include "discovery/broadcaster.h"
 #include "discovery/datagrams.h"
 #include "runtime/clock.h"
+#include "runtime/fatal.h"
 #include "runtime/handles.h"
 #include "runtime/io_request.h"
 #include "runtime/logger.h"
@@ -78,7 +79,7 @@ void StartPeerSharing(std::list<UpdateItem>& items, uint16_t port)
     Discovery discovery(items, port);
     // The first pass runs here, so the first queries do not wait for a new thread to start.
     discovery.Refresh();
-    discovery.Start("wSocketBroadcaster", 0x62401937, 0x62401938);
+    discovery.Start("wSocketBroadcaster", kFatalBroadcasterRunning, kFatalBroadcasterThread);
 
     uint64_t start = PerformanceMilliseconds();
     uint64_t lastBurst = 0;

@@ -83,7 +83,7 @@ void wSocket::RemoveOutstanding()
 {
     uint32_t after = outstanding.fetch_sub(1) - 1;
     if (after & 0x40000000u)
-        FatalError(0x84013483);
+        FatalError(kFatalSocketCount);
     if (after == kClosing) {
         OnClosed();
         Release();
@@ -96,7 +96,7 @@ void wSocket::CloseAndWait()
     while (!released)
         Sleep(0);
     if (outstanding & kCountMask)
-        FatalError(0x98489224);
+        FatalError(kFatalSocketOutstanding);
 }
 
 wSocketUdp::~wSocketUdp()
@@ -109,7 +109,7 @@ uint32_t wSocketUdp::Open(uint32_t address, uint16_t port, uint32_t receiveCount
                           bool shareAddress)
 {
     if (socket.load() != INVALID_SOCKET || (outstanding & kCountMask) != 0)
-        FatalError(0x89501355);
+        FatalError(kFatalSocketReopened);
     outstanding = 0;
     released = 0;
     localAddress = {};
@@ -146,7 +146,7 @@ uint32_t wSocketUdp::Open(uint32_t address, uint16_t port, uint32_t receiveCount
 
     receiveBuffer = static_cast<unsigned char*>(malloc(size_t(receiveCount) * receiveSize));
     if (!receiveBuffer)
-        FatalError(0x10353175);
+        FatalError(kFatalOutOfMemory);
     for (uint32_t i = 0; i < receiveCount; ++i) {
         IoRequest* request = NewIoRequest();
         request->kind = kIoReceiveFrom;

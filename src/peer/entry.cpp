@@ -43,7 +43,7 @@ int Share(const ShareConfig& config, HANDLE stopEvent)
     IocpStart();
     WSADATA data;
     if (WSAStartup(0x0202, &data) != 0)
-        FatalError(0x53484101);
+        FatalError(kFatalShareWinsock);
     int result = 1;
     {
         Catalogue catalogue(config.root);
@@ -52,7 +52,7 @@ int Share(const ShareConfig& config, HANDLE stopEvent)
         Answerer answerer(catalogue, queryLog);
         Refresher refresher(catalogue, config.domains, config.pathAndQuery);
         // Running before the first datagram can arrive, so that no burst waits for a later one.
-        queryLog.Start("QueryLog", 0x53484104, 0x53484105);
+        queryLog.Start("QueryLog", kFatalQueryLogRunning, kFatalQueryLogThread);
         uint32_t error = server.Open(config.port);
         if (error != 0) {
             LogA("Cannot listen on TCP port %u. (0x%08X)", static_cast<unsigned>(config.port), error);
@@ -60,7 +60,7 @@ int Share(const ShareConfig& config, HANDLE stopEvent)
             LogA("Cannot receive on UDP port %u. (0x%08X)", static_cast<unsigned>(config.port), error);
         } else {
             LogW(L"Sharing %s on port %u", config.root.c_str(), static_cast<unsigned>(config.port));
-            refresher.Start("Refresher", 0x53484102, 0x53484103);
+            refresher.Start("Refresher", kFatalRefresherRunning, kFatalRefresherThread);
             server.Start();
             WaitForSingleObject(stopEvent, INFINITE);
             LogA("Stopping...");
