@@ -5,6 +5,7 @@
 #include "app/config.h"
 #include "app/control.h"
 #include "json/value.h"
+#include "runtime/folder.h"
 #include "runtime/handles.h"
 #include "runtime/logger.h"
 #include "runtime/text.h"
@@ -85,7 +86,7 @@ void Replace(const std::wstring& source, const std::wstring& destination)
         if (Exists(destination, isFolder)) {
             if (isFolder) {
                 SetFileAttributesW(destination.c_str(), FILE_ATTRIBUTE_NORMAL);
-                DeleteTree(destination);
+                DeleteFolderTree(destination);
             } else if (!DeleteFileW(destination.c_str())) {
                 // A file's attributes are made normal only when it will not go as it is (when it
                 // is read-only): once it is deleted nobody sees them, and setting them costs
@@ -193,7 +194,7 @@ bool ExecuteUpdateItems(const std::wstring& stagingDirectory, const wJsonObject&
         if (!Exists(path, isFolder))
             continue;
         SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
-        uint32_t result = isFolder ? DeleteTree(path) : (DeleteFileW(path.c_str()) ? 0 : GetLastError());
+        uint32_t result = isFolder ? DeleteFolderTree(path) : (DeleteFileW(path.c_str()) ? 0 : GetLastError());
         if (result == 0)
             LogW(L"Deleted %s", path.c_str());
         else
@@ -211,8 +212,6 @@ bool ExecuteUpdateItems(const std::wstring& stagingDirectory, const wJsonObject&
             LogW(L"Failed to start %s service. (0x%08X)", name, result);
     });
     complete = StartProgram(manifest) && complete;
-    // Not through the shell's DeleteTree: it would load shell32 and user32 at the end of every
-    // update run only to remove folders that are empty by now.
     DeleteFolderTree(stagingDirectory);
     return complete;
 }
