@@ -40,14 +40,6 @@ void PoolFree(void* payload)
 
 void PoolDrain() {}
 
-unsigned PoolClassFor(uint64_t bytes)
-{
-    unsigned sizeClass = 3;
-    while (sizeClass < 64 && (uint64_t(1) << sizeClass) < bytes)
-        ++sizeClass;
-    return sizeClass;
-}
-
 long long PoolOutstanding()
 {
     return outstanding.load();

@@ -72,14 +72,6 @@ void PoolDrain()
     }
 }
 
-unsigned PoolClassFor(uint64_t bytes)
-{
-    unsigned sizeClass = 3;
-    while (sizeClass < 64 && (uint64_t(1) << sizeClass) < bytes)
-        ++sizeClass;
-    return sizeClass;
-}
-
 long long PoolOutstanding()
 {
     return outstanding.load(std::memory_order_relaxed);
