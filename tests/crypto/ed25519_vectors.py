@@ -10,7 +10,7 @@
   refusal of such keys stops it from passing;
 - kKeyEncodings: the encodings of y = 0..18 and of y + p (non-canonical), both signs of x, and
   whether each is a usable key (canonical, on the curve, not of small order).
-Run from any directory: python3 tests/share/ed25519_vectors.py [VECTORS]
+Run from any directory: python3 tests/crypto/ed25519_vectors.py [VECTORS]
 """
 import base64
 import hashlib

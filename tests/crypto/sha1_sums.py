@@ -3,7 +3,7 @@
 
 RandomBytes must stay identical to the generator in sha1_test.cpp: SplitMix64 seeded with
 0x5EED000000000000 + size, each output giving eight bytes, least significant first.
-Run from any directory: python3 tests/share/sha1_sums.py
+Run from any directory: python3 tests/crypto/sha1_sums.py
 """
 import os
 import subprocess

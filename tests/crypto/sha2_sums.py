@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Writes sha256_sums.inc and sha512_sums.inc: for each test size, the digests that openssl gives
 for RandomBytes(size), the same data as sha1_sums.py (see random_bytes there).
-Run from any directory: python3 tests/share/sha2_sums.py
+Run from any directory: python3 tests/crypto/sha2_sums.py
 """
 import os
 import subprocess
