@@ -1,6 +1,6 @@
 // The reproducible data behind the generated digest sums (*_sums.inc): it must stay identical to
-// random_bytes in tests/crypto/sha1_sums.py, SplitMix64 seeded with 0x5EED000000000000 + size, eight bytes per
-// output, least significant first.
+// random_bytes in tests/crypto/sha1_sums.py, SplitMix64 seeded with 0x5EED000000000000 + size,
+// eight bytes per output, least significant first.
 #pragma once
 #include <cstddef>
 #include <cstdint>
