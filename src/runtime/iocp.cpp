@@ -9,7 +9,6 @@
 
 #include <windows.h>
 #include <atomic>
-#include <new>
 #include <utility>
 
 namespace {
@@ -114,28 +113,3 @@ void IocpPost(CompletionHandler handler, _OVERLAPPED* overlapped, uint32_t bytes
 
 uint32_t IocpWorkerCount() { return static_cast<uint32_t>(iocp.workers.load()); }
 uint32_t IocpBusyCount() { return static_cast<uint32_t>(iocp.busy.load()); }
-
-IoRequest* NewIoRequest()
-{
-    return new (PoolAlloc(kIoRequestClass)) IoRequest{};
-}
-
-unsigned long CompleteIoRequest(_OVERLAPPED* overlapped)
-{
-    auto* request = reinterpret_cast<IoRequest*>(overlapped);
-    long references = --request->refCount;
-    if (references > 0)
-        return 0;
-    if (references < 0)
-        FatalError(kFatalIoRequestReleased);
-    if (request->callback)
-        request->callback(request);
-    if (request->ownership == kBufferHeap)
-        free(request->buffer);
-    else if (request->ownership == kBufferPool)
-        PoolFree(request->buffer);
-    if (request->followUp)
-        request->followUp(request->error, request->transferred);
-    PoolFree(request);
-    return 0;
-}
