@@ -10,7 +10,7 @@
 #include "runtime/logger.h"
 #include "runtime/pool.h"
 #include "runtime/text.h"
-#include "share/manifest_source.h"
+#include "release/manifest_source.h"
 
 #include <windows.h>
 

@@ -2,15 +2,17 @@
 // items under the prefix of port 8090. Every datagram sits in a block of exactly its size, so a
 // read past it is reported; an item that takes an answer must have its sender as a peer and, from
 // version 2 on, a 40-digit hash.
-#include "app/config.h"
-#include "share/peers.h"
+#include "discovery/datagrams.h"
+#include "release/update_item.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <list>
 #include <memory>
+#include <string>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {

@@ -20,10 +20,10 @@ void PoolInit() {}
 void* PoolAlloc(unsigned sizeClass)
 {
     if (sizeClass >= kPoolClassCount)
-        FatalError(0x10353175);
+        FatalError(kFatalPoolClass);
     auto* raw = static_cast<unsigned char*>(std::malloc(kPayloadOffset + (size_t(1) << sizeClass)));
     if (!raw)
-        FatalError(0x10353175);
+        FatalError(kFatalOutOfMemory);
     unsigned char* payload = raw + kPayloadOffset;
     payload[-1] = static_cast<unsigned char>(sizeClass);
     ++outstanding;
@@ -39,14 +39,6 @@ void PoolFree(void* payload)
 }
 
 void PoolDrain() {}
-
-unsigned PoolClassFor(uint64_t bytes)
-{
-    unsigned sizeClass = 3;
-    while (sizeClass < 64 && (uint64_t(1) << sizeClass) < bytes)
-        ++sizeClass;
-    return sizeClass;
-}
 
 long long PoolOutstanding()
 {

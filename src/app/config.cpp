@@ -4,7 +4,7 @@
 #include "json/value.h"
 #include "runtime/logger.h"
 #include "runtime/text.h"
-#include "share/signature.h"
+#include "release/signature.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // Service and process control: net.exe runs, closing and terminating processes by executable
-// name, the named-pipe signal, and whole-folder deletion through the shell.
+// name, and the named-pipe signal.
 #include "app/control.h"
 
 #include "runtime/handles.h"
@@ -8,7 +8,6 @@
 #include "runtime/text.h"
 
 #include <windows.h>
-#include <shellapi.h>
 #include <tlhelp32.h>
 
 #include <cwchar>
@@ -18,8 +17,6 @@ namespace {
 
 constexpr UINT kCloseNotice = 0x6207;
 constexpr DWORD kCloseWaitMs = 30000;
-constexpr FILEOP_FLAGS kDeleteFlags = FOF_SILENT | FOF_NOCONFIRMATION | FOF_NOCONFIRMMKDIR | FOF_NOERRORUI;
-static_assert(kDeleteFlags == 0x0614, "silent permanent delete without any prompt");
 
 uint32_t SystemDirectory(wchar_t* buffer, uint32_t size)
 {
@@ -148,17 +145,4 @@ void SignalPipe(const std::wstring& name)
     UniqueHandle pipe(CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (pipe)
         ReadFile(pipe.Get(), nullptr, 0, nullptr, nullptr);
-}
-
-uint32_t DeleteTree(const std::wstring& path)
-{
-    // The source list ends with two NULs: the string's own and the one added here.
-    std::wstring from = path;
-    from.push_back(L'\0');
-    SHFILEOPSTRUCTW operation = {};
-    operation.wFunc = FO_DELETE;
-    operation.pFrom = from.c_str();
-    operation.fFlags = kDeleteFlags;
-    static const auto fileOperation = SystemFunctionOf<decltype(&SHFileOperationW)>(L"shell32.dll", "SHFileOperationW");
-    return static_cast<uint32_t>(fileOperation(&operation));
 }

@@ -1,9 +1,7 @@
 // The small operations through which an update acts on the machine: services through the
 // system's net.exe, processes closed through their main window or terminated, a named pipe
-// signalled, folders created and deleted. Plain blocking functions without state.
+// signalled. Plain blocking functions without state.
 #pragma once
-#include "runtime/folder.h"
-
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -31,6 +29,3 @@ void KillProcessByName(const std::vector<std::wstring>& names);
 
 // Connects to "\\.\pipe\<name>", reads zero bytes and disconnects; a missing pipe is skipped.
 void SignalPipe(const std::wstring& name);
-
-// Deletes a file or a whole folder tree permanently, without any user interface: 0 on success.
-uint32_t DeleteTree(const std::wstring& path);

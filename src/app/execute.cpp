@@ -6,11 +6,12 @@
 #include "app/config.h"
 #include "app/control.h"
 #include "app/progress.h"
+#include "runtime/folder.h"
 #include "runtime/handles.h"
 #include "runtime/logger.h"
+#include "runtime/safe_name.h"
 #include "runtime/text.h"
-#include "share/manifest_source.h"
-#include "share/safe_name.h"
+#include "release/manifest_source.h"
 
 #include <windows.h>
 
@@ -44,7 +45,7 @@ bool ClearWay(const std::wstring& destination)
         return CreateDirectoryPath(GetDirectoryPart(destination)) == 0;
     if (attributes & FILE_ATTRIBUTE_DIRECTORY) {
         SetFileAttributesW(destination.c_str(), FILE_ATTRIBUTE_NORMAL);
-        DeleteTree(destination);
+        DeleteFolderTree(destination);
         return true;
     }
     return (attributes & FILE_ATTRIBUTE_READONLY) && SetFileAttributesW(destination.c_str(), FILE_ATTRIBUTE_NORMAL);
@@ -155,7 +156,7 @@ bool ExecuteUpdateItems(const UpdaterConfig& config, const std::wstring& staging
             continue;
         progress.Step(L"delete", entry);
         SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
-        uint32_t result = isFolder ? DeleteTree(path) : (DeleteFileW(path.c_str()) ? 0 : GetLastError());
+        uint32_t result = isFolder ? DeleteFolderTree(path) : (DeleteFileW(path.c_str()) ? 0 : GetLastError());
         if (result == 0)
             LogW(L"Deleted %s", path.c_str());
         else
@@ -175,8 +176,6 @@ bool ExecuteUpdateItems(const UpdaterConfig& config, const std::wstring& staging
             LogW(L"Failed to start %s service. (0x%08X)", name, result);
     });
     complete = StartProgram(config, actions.exe, actions.arg, progress) && complete;
-    // Not through the shell's DeleteTree: it would load shell32 and user32 at the end of every
-    // update run only to remove folders that are empty by now.
     DeleteFolderTree(stagingDirectory);
     return complete;
 }

@@ -1,6 +1,6 @@
 // Update item execution: the manifest's actions around the replacement of the staged files.
 #pragma once
-#include "share/update_item.h"
+#include "release/update_item.h"
 
 #include <list>
 #include <string>

@@ -13,10 +13,10 @@
 #include "runtime/handles.h"
 #include "runtime/logger.h"
 #include "runtime/text.h"
-#include "share/digest.h"
-#include "share/manifest_source.h"
-#include "share/peers.h"
-#include "share/signature.h"
+#include "release/digest.h"
+#include "release/manifest_source.h"
+#include "discovery/search.h"
+#include "release/signature.h"
 
 #include <list>
 

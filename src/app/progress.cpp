@@ -5,7 +5,7 @@
 #include "runtime/clock.h"
 #include "runtime/logger.h"
 #include "runtime/status_line.h"
-#include "share/update_item.h"
+#include "release/update_item.h"
 
 #include <windows.h>
 

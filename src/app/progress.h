@@ -6,7 +6,7 @@
 #include "app/progress_meter.h"
 #include "app/progress_pipe.h"
 #include "json/line.h"
-#include "share/download_progress.h"
+#include "release/download_progress.h"
 
 #include <cstdint>
 #include <list>

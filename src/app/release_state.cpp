@@ -2,7 +2,7 @@
 #include "app/release_state.h"
 #include "runtime/handles.h"
 #include "runtime/logger.h"
-#include "share/release_terms.h"
+#include "release/release_terms.h"
 
 #include <windows.h>
 

@@ -6,8 +6,8 @@
 #include "runtime/fatal.h"
 #include "runtime/iocp.h"
 #include "runtime/random_pick.h"
-#include "share/broadcaster.h"
-#include "share/manifest_source.h"
+#include "discovery/broadcaster.h"
+#include "release/manifest_source.h"
 
 #include <winsock2.h>
 
@@ -16,7 +16,7 @@ void RunUpdate(const UpdaterConfig& config, Progress& progress)
     IocpStart();
     WSADATA data;
     if (WSAStartup(0x0202, &data) != 0)
-        FatalError(0x89437291);
+        FatalError(kFatalUpdaterWinsock);
 
     // Loaded on a worker instead, iphlpapi was often still loading when a quick run began its
     // discovery, and the discovery waited for it.

@@ -6,8 +6,8 @@
 #include "runtime/logger.h"
 #include "runtime/random_pick.h"
 #include "runtime/text.h"
-#include "share/download.h"
-#include "share/sha256_file.h"
+#include "release/download.h"
+#include "release/sha256_file.h"
 
 namespace {
 

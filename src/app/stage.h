@@ -1,7 +1,7 @@
 // Staging: every changed file downloaded into the staging folder and verified, from peers first
 // and the update servers second, before anything on the machine is touched.
 #pragma once
-#include "share/update_item.h"
+#include "release/update_item.h"
 
 #include <cstdint>
 #include <list>

@@ -12,8 +12,6 @@
 
 namespace {
 
-constexpr uint32_t kOutOfMemory = 0x10353175;
-
 // Each value takes the smallest pool class that holds it. With 4-byte pointers (vtable
 // pointer and type in 8 bytes) that is 3, 4, 4, 4, 4 and 5 for null, boolean, number,
 // object, string and array; with 8-byte pointers the vtable pointer alone fills class 3,
@@ -115,11 +113,11 @@ void wJsonArray::Append(wJsonValue* element)
     if (count == capacity) {
         constexpr size_t kMostItems = std::min<size_t>(UINT32_MAX, SIZE_MAX / sizeof(wJsonValue*));
         if (capacity == kMostItems)
-            FatalError(kOutOfMemory);
+            FatalError(kFatalOutOfMemory);
         size_t grown = capacity == 0 ? 4 : std::min<size_t>(size_t(capacity) * 2, kMostItems);
         auto* moved = static_cast<wJsonValue**>(std::realloc(items, grown * sizeof(wJsonValue*)));
         if (!moved)
-            FatalError(kOutOfMemory);
+            FatalError(kFatalOutOfMemory);
         items = moved;
         capacity = static_cast<uint32_t>(grown);
     }

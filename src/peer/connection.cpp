@@ -1,11 +1,12 @@
 // One connection of the file server: the request head read within its time-out, the answer, the
 // file streamed in bounded pieces, the log line, and an orderly close.
-#include "http/request_head.h"
+#include "http/status.h"
+#include "http_server/request_head.h"
+#include "http_server/target.h"
 #include "peer/catalogue.h"
 #include "peer/server.h"
 #include "runtime/logger.h"
 #include "runtime/text.h"
-#include "share/target_name.h"
 
 #include <windows.h>
 
@@ -27,21 +28,6 @@ constexpr uint32_t kPieceSize = 256 * 1024;
 constexpr uint64_t kLingerMs = 1000;
 // The request line in the log is cut at this many bytes.
 constexpr size_t kLoggedLine = 200;
-
-const char* ReasonPhrase(uint32_t status)
-{
-    switch (status) {
-    case 200: return "OK";
-    case 400: return "Bad Request";
-    case 404: return "Not Found";
-    case 405: return "Method Not Allowed";
-    case 408: return "Request Timeout";
-    case 414: return "URI Too Long";
-    case 431: return "Request Header Fields Too Large";
-    case 505: return "HTTP Version Not Supported";
-    default: return "Error";
-    }
-}
 
 // Waits in short slices until the socket can be read (or written), has failed or was closed;
 // false when the deadline passes, the server stops or the wait fails. One poll entry for the
@@ -149,7 +135,7 @@ void ShareServer::Serve(UniqueSocket connection, const sockaddr_in& client)
     }
     if (status != 0) {
         std::string answer = FormatA("HTTP/1.1 %u %s\r\nContent-Length: %I64u\r\nConnection: close\r\n", status,
-                                     ReasonPhrase(status), status == 200 ? size : 0ull);
+                                     GetHttpReasonPhrase(status), status == 200 ? size : 0ull);
         if (status == 200)
             answer += "Content-Type: application/octet-stream\r\n";
         if (status == 405)

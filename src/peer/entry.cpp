@@ -44,7 +44,7 @@ int Share(const ShareConfig& config, HANDLE stopEvent)
     IocpStart();
     WSADATA data;
     if (WSAStartup(0x0202, &data) != 0)
-        FatalError(0x53484101);
+        FatalError(kFatalShareWinsock);
     int result = 1;
     {
         Catalogue catalogue(config.root);
@@ -54,7 +54,7 @@ int Share(const ShareConfig& config, HANDLE stopEvent)
         Refresher refresher(catalogue, config.domains, config.pathAndQuery);
         Rehasher rehasher(catalogue);
         // Running before the first datagram can arrive, so that no burst waits for a later one.
-        queryLog.Start("QueryLog", 0x53484104, 0x53484105);
+        queryLog.Start("QueryLog", kFatalQueryLogRunning, kFatalQueryLogThread);
         uint32_t error = server.Open(config.port);
         if (error != 0) {
             LogA("Cannot listen on TCP port %u. (0x%08X)", static_cast<unsigned>(config.port), error);
@@ -62,8 +62,8 @@ int Share(const ShareConfig& config, HANDLE stopEvent)
             LogA("Cannot receive on UDP port %u. (0x%08X)", static_cast<unsigned>(config.port), error);
         } else {
             LogW(L"Sharing %s on port %u", config.root.c_str(), static_cast<unsigned>(config.port));
-            refresher.Start("Refresher", 0x53484102, 0x53484103);
-            rehasher.Start("Rehasher", 0x53484106, 0x53484107);
+            refresher.Start("Refresher", kFatalRefresherRunning, kFatalRefresherThread);
+            rehasher.Start("Rehasher", kFatalRehasherRunning, kFatalRehasherThread);
             server.Start();
             WaitForSingleObject(stopEvent, INFINITE);
             LogA("Stopping...");

@@ -6,7 +6,7 @@
 #include "runtime/handles.h"
 #include "runtime/logger.h"
 #include "runtime/random_pick.h"
-#include "share/manifest_source.h"
+#include "release/manifest_source.h"
 
 #include <windows.h>
 

@@ -1,6 +1,7 @@
 // The file server's listener: a connection slot, then a client, then a thread for the client.
 #include "peer/server.h"
-#include "http/net.h"
+#include "http/wait_socket.h"
+#include "runtime/fatal.h"
 
 #include <windows.h>
 
@@ -61,7 +62,7 @@ uint32_t ShareServer::Open(uint16_t port)
 
 void ShareServer::Start()
 {
-    wThread::Start("ShareServer", 0x53485201, 0x53485202);
+    wThread::Start("ShareServer", kFatalServerRunning, kFatalServerThread);
 }
 
 void ShareServer::Shutdown()

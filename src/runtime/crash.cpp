@@ -76,7 +76,7 @@ void InitCrashReporter()
 void InstallCrashReporter()
 {
     if (GetModuleFileNameW(nullptr, crashBasePath, kCrashPathLength) == 0)
-        FatalError(0x89534242);
+        FatalError(kFatalCrashPath);
     InitCrashReporter();
     SetUnhandledExceptionFilter(CrashHandler);
     InstallTerminateHandler();

@@ -15,10 +15,32 @@ void FatalError(uint32_t code)
 
 namespace {
 
+constexpr uint32_t kEveryCode[] = {
+    kFatalOutOfMemory,       kFatalPoolClass,          kFatalUnknownThrow,      kFatalIocpPort,
+    kFatalIocpWorker,        kFatalIocpPost,           kFatalIoRequestReleased, kFatalSystemFunction,
+    kFatalCrashPath,         kFatalLogBuffer,          kFatalLogRing,           kFatalLogger,
+    kFatalSocketCount,       kFatalSocketOutstanding,  kFatalSocketReopened,    kFatalUpdaterWinsock,
+    kFatalShareWinsock,      kFatalLoggerRunning,      kFatalLoggerThread,      kFatalBroadcasterRunning,
+    kFatalBroadcasterThread, kFatalRefresherRunning,   kFatalRefresherThread,   kFatalQueryLogRunning,
+    kFatalQueryLogThread,    kFatalServerRunning,      kFatalServerThread,
+};
+
+constexpr bool AllDiffer()
+{
+    for (size_t i = 0; i < sizeof(kEveryCode) / sizeof(kEveryCode[0]); ++i) {
+        for (size_t j = 0; j < i; ++j) {
+            if (kEveryCode[i] == kEveryCode[j])
+                return false;
+        }
+    }
+    return true;
+}
+static_assert(AllDiffer(), "a fatal error code is used for two things");
+
 // An exception that escapes a thread or a noexcept function lands here; hand it to the filter.
 [[noreturn]] void OnTerminate()
 {
-    uint32_t code = 0xE4E7E4E7;
+    uint32_t code = kFatalUnknownThrow;
     if (std::exception_ptr pending = std::current_exception()) {
         try {
             std::rethrow_exception(pending);

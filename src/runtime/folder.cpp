@@ -26,12 +26,17 @@ size_t BelowRoot(const std::wstring& path)
     return 1;
 }
 
-// Removes a file or an empty folder, clearing a read-only attribute that stands in the way.
-void RemoveEntry(const std::wstring& path, bool folder)
+// Removes a file or an empty folder, clearing a read-only attribute that stands in the way: 0, or
+// the Windows error.
+uint32_t RemoveEntry(const std::wstring& path, bool folder)
 {
     auto remove = [&] { return folder ? RemoveDirectoryW(path.c_str()) : DeleteFileW(path.c_str()); };
-    if (!remove() && GetLastError() == ERROR_ACCESS_DENIED && SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL))
-        remove();
+    if (remove())
+        return 0;
+    uint32_t error = GetLastError();
+    if (error == ERROR_ACCESS_DENIED && SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL))
+        error = remove() ? 0 : GetLastError();
+    return error;
 }
 
 }  // namespace
@@ -51,14 +56,22 @@ uint32_t CreateDirectoryPath(const std::wstring& path)
     return CreateOne(path);
 }
 
-bool DeleteFolderTree(const std::wstring& path)
+uint32_t DeleteFolderTree(const std::wstring& path)
 {
+    if (GetFileAttributesW(path.c_str()) == INVALID_FILE_ATTRIBUTES)
+        return ERROR_FILE_NOT_FOUND;
+    uint32_t first = 0;
+    auto remove = [&first](const std::wstring& entry, bool folder) {
+        uint32_t error = RemoveEntry(entry, folder);
+        if (first == 0)
+            first = error;
+    };
     // Depth first over an explicit list, so that a deep tree cannot exhaust the stack; a folder
     // is removed once the entries found in it have been.
     std::vector<std::pair<std::wstring, bool>> pending{{path, false}};
     while (!pending.empty()) {
         if (pending.back().second) {
-            RemoveEntry(pending.back().first, true);
+            remove(pending.back().first, true);
             pending.pop_back();
             continue;
         }
@@ -78,9 +91,11 @@ bool DeleteFolderTree(const std::wstring& path)
             if (isFolder && !(found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT))
                 pending.emplace_back(std::move(child), false);
             else
-                RemoveEntry(child, isFolder);
+                remove(child, isFolder);
         } while (FindNextFileW(search, &found));
         FindClose(search);
     }
-    return GetFileAttributesW(path.c_str()) == INVALID_FILE_ATTRIBUTES;
+    if (GetFileAttributesW(path.c_str()) == INVALID_FILE_ATTRIBUTES)
+        return 0;
+    return first != 0 ? first : ERROR_DIR_NOT_EMPTY;
 }

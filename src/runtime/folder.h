@@ -8,5 +8,6 @@
 uint32_t CreateDirectoryPath(const std::wstring& path);
 
 // Deletes the folder and everything in it, read-only and hidden entries too; a link to a folder is
-// removed without entering it. True when nothing is left at the path, a missing path included.
-bool DeleteFolderTree(const std::wstring& path);
+// removed without entering it. 0 when it is gone, 2 when nothing was there; otherwise the Windows
+// error of the first entry that could not be removed (32 for a file held open), the rest removed.
+uint32_t DeleteFolderTree(const std::wstring& path);

@@ -2,6 +2,7 @@
 // a completion handler finds the record from the pointer it is given.
 #pragma once
 #include <windows.h>
+#include <atomic>
 #include <cstdint>
 
 enum IoBufferOwnership : uint32_t {
@@ -28,7 +29,7 @@ struct IoRequest {
     uint32_t ownership;
     uint32_t length;
     uint32_t error;
-    volatile long refCount;
+    std::atomic<long> refCount;
     uint32_t requested;
     uint32_t transferred;
     uint32_t kind;

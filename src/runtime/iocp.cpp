@@ -8,6 +8,7 @@
 #include "runtime/thread.h"
 
 #include <windows.h>
+#include <atomic>
 #include <utility>
 
 namespace {
@@ -20,8 +21,8 @@ struct WorkerRecord {
 struct IocpPort {
     UniqueHandle port;
     CriticalSection lock;
-    volatile long busy = 0;
-    volatile long workers = 0;
+    std::atomic<long> busy{0};
+    std::atomic<long> workers{0};
     WorkerRecord* list = nullptr;
 } iocp;
 
@@ -38,11 +39,11 @@ DWORD WINAPI WorkerLoop(void* port)
             return 0;
         if (!ok)
             reinterpret_cast<IoRequest*>(overlapped)->error = GetLastError();
-        if (InterlockedIncrement(&iocp.busy) == iocp.workers)
+        if (++iocp.busy == iocp.workers)
             IocpAddWorker();
         reinterpret_cast<IoRequest*>(overlapped)->transferred = bytes;
         reinterpret_cast<CompletionHandler>(key)(overlapped);
-        InterlockedDecrement(&iocp.busy);
+        --iocp.busy;
     }
 }
 
@@ -52,7 +53,7 @@ void IocpStart()
 {
     iocp.port.Reset(CreateIoCompletionPort(INVALID_HANDLE_VALUE, nullptr, 0, 0));
     if (!iocp.port)
-        FatalError(0x02085247);
+        FatalError(kFatalIocpPort);
     iocp.busy = 0;
     iocp.workers = 0;
     iocp.list = nullptr;
@@ -67,12 +68,12 @@ void IocpAddWorker()
     if (iocp.port) {
         HANDLE thread = CreateThread(nullptr, 0, WorkerLoop, iocp.port.Get(), 0, nullptr);
         if (!thread)
-            FatalError(0x12389597);
+            FatalError(kFatalIocpWorker);
         auto* record = static_cast<WorkerRecord*>(PoolAlloc(PoolClassFor(sizeof(WorkerRecord))));
         record->thread = thread;
         record->next = iocp.list;
         iocp.list = record;
-        InterlockedIncrement(&iocp.workers);
+        ++iocp.workers;
     }
 }
 
@@ -107,35 +108,8 @@ uint32_t IocpBind(void* handle, CompletionHandler handler)
 void IocpPost(CompletionHandler handler, _OVERLAPPED* overlapped, uint32_t bytes)
 {
     if (!PostQueuedCompletionStatus(iocp.port.Get(), bytes, reinterpret_cast<ULONG_PTR>(handler), overlapped))
-        FatalError(0x54378157);
+        FatalError(kFatalIocpPost);
 }
 
-uint32_t IocpWorkerCount() { return static_cast<uint32_t>(iocp.workers); }
-uint32_t IocpBusyCount() { return static_cast<uint32_t>(iocp.busy); }
-
-IoRequest* NewIoRequest()
-{
-    auto* request = static_cast<IoRequest*>(PoolAlloc(kIoRequestClass));
-    ZeroMemory(request, sizeof(IoRequest));
-    return request;
-}
-
-unsigned long CompleteIoRequest(_OVERLAPPED* overlapped)
-{
-    auto* request = reinterpret_cast<IoRequest*>(overlapped);
-    long references = InterlockedDecrement(&request->refCount);
-    if (references > 0)
-        return 0;
-    if (references < 0)
-        FatalError(0x09529457);
-    if (request->callback)
-        request->callback(request);
-    if (request->ownership == kBufferHeap)
-        free(request->buffer);
-    else if (request->ownership == kBufferPool)
-        PoolFree(request->buffer);
-    if (request->followUp)
-        request->followUp(request->error, request->transferred);
-    PoolFree(request);
-    return 0;
-}
+uint32_t IocpWorkerCount() { return static_cast<uint32_t>(iocp.workers.load()); }
+uint32_t IocpBusyCount() { return static_cast<uint32_t>(iocp.busy.load()); }

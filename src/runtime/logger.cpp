@@ -70,7 +70,7 @@ wLogger::wLogger() : flushDone(CreateEventW(nullptr, TRUE, FALSE, nullptr))
     startCounter = lastCounter = value.QuadPart;
     writeBuffer = static_cast<unsigned char*>(malloc(kBufferSize));
     if (!writeBuffer)
-        FatalError(0x72395974);
+        FatalError(kFatalLogBuffer);
     std::wstring module = GetModulePath();
     size_t slash = module.rfind(L'\\');
     programName = slash == std::wstring::npos ? module : module.substr(slash + 1);
@@ -79,7 +79,7 @@ wLogger::wLogger() : flushDone(CreateEventW(nullptr, TRUE, FALSE, nullptr))
     logDirectory = GetDirectoryPart(module) + L"\\_logs\\";
     ring = static_cast<unsigned char*>(malloc(kBufferSize));
     if (!ring)
-        FatalError(0x72344256);
+        FatalError(kFatalLogRing);
 }
 
 wLogger::~wLogger()
@@ -92,8 +92,8 @@ void wLogger::Create()
 {
     instance = new (std::nothrow) wLogger;
     if (!instance)
-        FatalError(0x84734722);
-    instance->wThread::Start("_wLogger", 0x75323543, 0x85822357);
+        FatalError(kFatalLogger);
+    instance->wThread::Start("_wLogger", kFatalLoggerRunning, kFatalLoggerThread);
 }
 
 void wLogger::Stop()
@@ -101,7 +101,7 @@ void wLogger::Stop()
     wLogger* logger = instance;
     if (!logger)
         return;
-    logger->flushRequested = 1;
+    logger->flushRequested = true;
     SetEvent(logger->wakeEvent.Get());
     WaitForSingleObject(logger->flushDone.Get(), INFINITE);
     ResetEvent(logger->flushDone.Get());
@@ -164,7 +164,7 @@ bool wLogger::Loop()
 {
     WaitForSingleObject(wakeEvent.Get(), INFINITE);
     // A flush asked for during this pass is served by the next one, which its wake-up starts.
-    bool flushing = flushRequested != 0;
+    bool flushing = flushRequested;
 
     SYSTEMTIME now;
     localTime(&now);
@@ -194,8 +194,8 @@ bool wLogger::Loop()
         bool dropped;
         {
             CriticalSectionLock reading(lock);
-            dropped = overflow != 0;
-            overflow = 0;
+            dropped = overflow;
+            overflow = false;
         }
         if (dropped)
             WriteAll(file.Get(), kOverflowMarker, sizeof(kOverflowMarker) - 1);
@@ -203,7 +203,7 @@ bool wLogger::Loop()
     // The file is never held open between passes, so other programs may read, move or delete it.
     CloseFile();
     if (flushing) {
-        flushRequested = 0;
+        flushRequested = false;
         SetEvent(flushDone.Get());
     }
     return true;
@@ -230,7 +230,7 @@ void wLogger::PutInRing(const std::string& entry)
         put(entry.data(), entry.size());
         put("\r\n", 2);
     } else {
-        overflow = 1;
+        overflow = true;
     }
 }
 

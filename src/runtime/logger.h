@@ -64,8 +64,8 @@ private:
     // Year, month and day of the open file; 0 when none is open.
     uint16_t fileYear = 0, fileMonth = 0, fileDay = 0;
     unsigned char* writeBuffer = nullptr;
-    volatile uint8_t overflow = 0;
-    volatile uint8_t flushRequested = 0;
+    std::atomic<bool> overflow{false};
+    std::atomic<bool> flushRequested{false};
     // Set by the entry that signals the wake event, cleared by the pass that the signal starts
     // just before it reads the ring: the entries between them need no signal of their own.
     std::atomic<bool> wakePending{false};

@@ -35,7 +35,7 @@ void PoolInit()
 void* PoolAlloc(unsigned sizeClass)
 {
     if (sizeClass >= kPoolClassCount)
-        FatalError(0x10353175);
+        FatalError(kFatalPoolClass);
     unsigned char* block;
     if (auto* entry = InterlockedPopEntrySList(&freeLists[sizeClass])) {
         block = reinterpret_cast<unsigned char*>(entry) - kLinkOffset;
@@ -43,7 +43,7 @@ void* PoolAlloc(unsigned sizeClass)
         size_t bytes = kPoolHeaderSize + (size_t(1) << sizeClass);
         block = static_cast<unsigned char*>(_aligned_offset_malloc(bytes, MEMORY_ALLOCATION_ALIGNMENT, kPoolHeaderSize));
         if (!block)
-            FatalError(0x10353175);
+            FatalError(kFatalOutOfMemory);
         block[kPoolHeaderSize - 1] = static_cast<unsigned char>(sizeClass);
     }
     outstanding.fetch_add(1, std::memory_order_relaxed);
@@ -70,14 +70,6 @@ void PoolDrain()
             entry = next;
         }
     }
-}
-
-unsigned PoolClassFor(uint64_t bytes)
-{
-    unsigned sizeClass = 3;
-    while (sizeClass < 64 && (uint64_t(1) << sizeClass) < bytes)
-        ++sizeClass;
-    return sizeClass;
 }
 
 long long PoolOutstanding()

@@ -11,14 +11,21 @@ constexpr unsigned kPoolClassCount = 32;
 
 // Sets up the 32 free lists; must run before the first allocation.
 void PoolInit();
-// Returns a payload of 2^sizeClass bytes; ends the process (0x10353175) if the heap is exhausted.
+// Returns a payload of 2^sizeClass bytes; ends the process (kFatalOutOfMemory) if the heap is exhausted.
 void* PoolAlloc(unsigned sizeClass);
 // Puts a payload back on its class's free list; null is ignored.
 void PoolFree(void* payload);
 // Returns every free block of every class to the heap (tear-down).
 void PoolDrain();
-// The smallest class whose payload holds `bytes` (at least class 3).
-unsigned PoolClassFor(uint64_t bytes);
+// The smallest class whose payload holds `bytes` (at least class 3); the same in every build,
+// the fuzz build's stand-in pool included.
+constexpr unsigned PoolClassFor(uint64_t bytes)
+{
+    unsigned sizeClass = 3;
+    while (sizeClass < 64 && (uint64_t(1) << sizeClass) < bytes)
+        ++sizeClass;
+    return sizeClass;
+}
 // Payloads handed out and not yet given back, over all classes.
 long long PoolOutstanding();
 

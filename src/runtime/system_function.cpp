@@ -9,6 +9,6 @@ void* SystemFunction(const wchar_t* library, const char* name)
     HMODULE module = LoadLibraryExW(library, nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
     FARPROC function = module ? GetProcAddress(module, name) : nullptr;
     if (!function)
-        FatalError(0x5F4C4F41);
+        FatalError(kFatalSystemFunction);
     return reinterpret_cast<void*>(function);
 }

@@ -21,7 +21,7 @@ void wThread::Start(const char* threadName, uint32_t runningCode, uint32_t creat
         FatalError(runningCode);
     ResetEvent(wakeEvent.Get());
     threadId = 0;
-    stopFlag = 0;
+    stopFlag = false;
     strncpy(name, threadName ? threadName : "", sizeof(name) - 1);
     name[sizeof(name) - 1] = 0;
     DWORD id = 0;
@@ -37,9 +37,9 @@ void wThread::Start(const char* threadName, uint32_t runningCode, uint32_t creat
 void wThread::Stop()
 {
     // Whoever takes the handle out, this call or the ending thread itself, closes it.
-    UniqueHandle running(InterlockedExchangePointer(const_cast<void**>(&thread), nullptr));
+    UniqueHandle running(thread.exchange(nullptr));
     if (running) {
-        stopFlag = 1;
+        stopFlag = true;
         SetEvent(wakeEvent.Get());
         WaitForSingleObject(running.Get(), INFINITE);
     }
@@ -63,9 +63,9 @@ unsigned long __stdcall wThread::Procedure(void* argument)
         self->End();
     }
     self->threadId = 0;
-    self->stopFlag = 0;
+    self->stopFlag = false;
     // Closes the thread's own handle unless Stop has taken it out already.
-    UniqueHandle(InterlockedExchangePointer(const_cast<void**>(&self->thread), nullptr)).Reset();
+    UniqueHandle(self->thread.exchange(nullptr)).Reset();
     return 0;
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 #include "runtime/handles.h"
 
+#include <atomic>
 #include <cstdint>
 
 class wThread {
@@ -17,7 +18,7 @@ public:
     void Start(const char* name, uint32_t runningCode, uint32_t createCode);
     // Sets the stop flag, wakes the thread and waits for it to end, then closes the wake event.
     void Stop();
-    bool Running() const { return thread != nullptr; }
+    bool Running() const { return thread.load() != nullptr; }
 
 protected:
     // Called once on the new thread; false ends it at once.
@@ -28,10 +29,10 @@ protected:
     virtual void End();
 
     UniqueHandle wakeEvent;  // auto-reset
-    // Taken out with an atomic exchange by Stop or by the ending thread, whichever comes first.
-    void* volatile thread = nullptr;
+    // Taken out with an exchange by Stop or by the ending thread, whichever comes first.
+    std::atomic<void*> thread{nullptr};
     uint32_t threadId = 0;
-    volatile uint8_t stopFlag = 0;
+    std::atomic<bool> stopFlag{false};
     char name[64] = {};
 
 private:

@@ -5,6 +5,7 @@
 // that reads the log writes it under a date of its own, so tests can run side by side.
 #include <gtest/gtest.h>
 #include "app/control.h"
+#include "runtime/folder.h"
 #include "runtime/handles.h"
 #include "runtime/logger.h"
 #include "runtime/text.h"
@@ -484,7 +485,7 @@ TEST(Folders, CreateDirectoryPathStopsAtAFileInTheWay)
     EXPECT_NE(GetFileAttributesW((folder + L"\\trailing").c_str()) & FILE_ATTRIBUTE_DIRECTORY, 0u);
 }
 
-TEST(Folders, DeleteTreeRemovesReadOnlyAndHiddenFiles)
+TEST(Folders, DeleteFolderTreeRemovesReadOnlyAndHiddenFiles)
 {
     std::wstring folder = FreshFolder(L"delete");
     std::wstring root = folder + L"\\tree";
@@ -509,7 +510,7 @@ TEST(Folders, DeleteTreeRemovesReadOnlyAndHiddenFiles)
     }
     ASSERT_TRUE(SetFileAttributesW((root + L"\\sub").c_str(), FILE_ATTRIBUTE_HIDDEN));
 
-    EXPECT_EQ(DeleteTree(root), 0u);
+    EXPECT_EQ(DeleteFolderTree(root), 0u);
     EXPECT_EQ(GetFileAttributesW(root.c_str()), INVALID_FILE_ATTRIBUTES);
     EXPECT_NE(GetFileAttributesW(folder.c_str()), INVALID_FILE_ATTRIBUTES);
 }
@@ -530,10 +531,10 @@ TEST(Folders, DeleteFolderTreeRemovesEverythingBelowIt)
     ASSERT_TRUE(SetFileAttributesW((root + L"\\read-only.txt").c_str(), FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN));
     ASSERT_TRUE(SetFileAttributesW((root + L"\\empty").c_str(), FILE_ATTRIBUTE_READONLY));
 
-    EXPECT_TRUE(DeleteFolderTree(root));
+    EXPECT_EQ(DeleteFolderTree(root), 0u);
     EXPECT_EQ(GetFileAttributesW(root.c_str()), INVALID_FILE_ATTRIBUTES);
     EXPECT_NE(GetFileAttributesW(folder.c_str()), INVALID_FILE_ATTRIBUTES);
-    EXPECT_TRUE(DeleteFolderTree(root));
+    EXPECT_EQ(DeleteFolderTree(root), 2u);
 }
 
 TEST(Folders, DeleteFolderTreeLeavesWhatItCannotRemove)
@@ -548,16 +549,16 @@ TEST(Folders, DeleteFolderTreeLeavesWhatItCannotRemove)
     ASSERT_TRUE(other);
     other.Reset();
 
-    EXPECT_FALSE(DeleteFolderTree(root));
+    EXPECT_EQ(DeleteFolderTree(root), 32u);
     EXPECT_NE(GetFileAttributesW(held.c_str()), INVALID_FILE_ATTRIBUTES);
     EXPECT_EQ(GetFileAttributesW((root + L"\\gone.txt").c_str()), INVALID_FILE_ATTRIBUTES);
     file.Reset();
-    EXPECT_TRUE(DeleteFolderTree(root));
+    EXPECT_EQ(DeleteFolderTree(root), 0u);
 }
 
-TEST(Folders, DeleteTreeOnAMissingPath)
+TEST(Folders, DeleteFolderTreeOnAMissingPath)
 {
     std::wstring folder = FreshFolder(L"delete-missing");
-    EXPECT_EQ(DeleteTree(folder + L"\\not-there"), 2u);
+    EXPECT_EQ(DeleteFolderTree(folder + L"\\not-there"), 2u);
     EXPECT_NE(GetFileAttributesW(folder.c_str()), INVALID_FILE_ATTRIBUTES);
 }

@@ -1,7 +1,7 @@
 // The plan line logged for each file that differs from the manifest.
 #include <gtest/gtest.h>
 #include "app/manifest.h"
-#include "share/update_item.h"
+#include "release/update_item.h"
 
 TEST(PlanLine, SizesAsTextAndUnknownLocalSize)
 {
