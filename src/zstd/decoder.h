@@ -34,6 +34,11 @@ enum class ZstdError : uint8_t {
     Offset,              // a match offset of 0 or before the first byte of history
     Write,               // the sink refused the output
     Read,                // the history reader could not give back bytes it should hold
+    ZeroOffset,          // a repeat offset that works out to 0
+    HuffmanStates,       // the Huffman weights' stream ends before its two states
+    ExtraBytes,          // bytes after a sequences section that has no sequences
+    ReservedBits,        // the reserved bits of a sequences section's modes are set
+    HuffmanEnd,          // a Huffman stream ends less than a symbol away from its last symbol's end
 };
 
 // A short text for the log, such as "content checksum mismatch".
