@@ -11,3 +11,5 @@ vey_fuzz_target(peer_query SOURCES share/peer_query.cpp share/peer_datagrams.cpp
 vey_fuzz_target(request_head SOURCES http/request_head.cpp share/target_name.cpp share/safe_name.cpp)
 vey_fuzz_target(signature SOURCES share/signature.cpp)
 vey_fuzz_target(ed25519 SOURCES share/ed25519.cpp share/field25519.cpp share/sha512.cpp share/sha256.cpp share/sha256_x86.cpp share/sha1_x86.cpp)
+vey_fuzz_target(zstd_diff LIBS zstd SOURCES zstd/block.cpp zstd/decoder.cpp zstd/errors.cpp zstd/fse.cpp zstd/huffman.cpp zstd/window.cpp zstd/xxhash64.cpp)
+vey_fuzz_target(zstd_made LIBS zstd SOURCES zstd/block.cpp zstd/decoder.cpp zstd/errors.cpp zstd/fse.cpp zstd/huffman.cpp zstd/window.cpp zstd/xxhash64.cpp)
