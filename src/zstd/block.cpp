@@ -122,6 +122,14 @@ inline void CopyNear(uint8_t* out, size_t offset, size_t length)
     } while (out < end);
 }
 
+// A sequence read past the start of the stream has made-up values: whatever they broke, the
+// cause is the stream's end. That, and bits left over at the end, are told apart from other
+// damage, since some decoders let them pass.
+inline ZstdError Failed(const BackwardBits& bits, ZstdError error)
+{
+    return bits.Overread() ? ZstdError::SequencesEnd : error;
+}
+
 }  // namespace
 
 BlockDecoder::BlockDecoder() : literals(new uint8_t[kBlockMax + kCopySlack]) { StartFrame(); }
@@ -329,7 +337,7 @@ ZstdError BlockDecoder::Execute(const uint8_t* stream, size_t size, unsigned cou
             } else {
                 offset = index == 1 ? rep1 : index == 2 ? rep2 : rep0 - 1;
                 if (offset == 0)
-                    return ZstdError::ZeroOffset;
+                    return Failed(bits, ZstdError::ZeroOffset);
                 if (index != 1)
                     rep2 = rep1;
                 rep1 = rep0;
@@ -343,9 +351,9 @@ ZstdError BlockDecoder::Execute(const uint8_t* stream, size_t size, unsigned cou
             offsetState = of.nextBase + static_cast<unsigned>(bits.Read(of.stateBits));
         }
         if (literalLength > static_cast<size_t>(literalEnd - literal))
-            return ZstdError::Sequences;
+            return Failed(bits, ZstdError::Sequences);
         if (literalLength + matchLength > static_cast<size_t>(end - out))
-            return ZstdError::BlockSize;
+            return Failed(bits, ZstdError::BlockSize);
         if (literalLength) {
             WildCopy16(out, literal, literalLength);
             out += literalLength;
@@ -356,13 +364,13 @@ ZstdError BlockDecoder::Execute(const uint8_t* stream, size_t size, unsigned cou
         } else {
             bool readFailed;
             if (!window.CopyMatch(out, offset, matchLength, readFailed))
-                return readFailed ? ZstdError::Read : ZstdError::Offset;
+                return readFailed ? ZstdError::Read : Failed(bits, ZstdError::Offset);
         }
         out += matchLength;
     }
     bits.Reload();
     if (!bits.Exhausted())
-        return ZstdError::Sequences;
+        return ZstdError::SequencesEnd;
     size_t rest = static_cast<size_t>(literalEnd - literal);
     if (rest > static_cast<size_t>(end - out))
         return ZstdError::BlockSize;

@@ -38,7 +38,8 @@ enum class ZstdError : uint8_t {
     HuffmanStates,       // the Huffman weights' stream ends before its two states
     ExtraBytes,          // bytes after a sequences section that has no sequences
     ReservedBits,        // the reserved bits of a sequences section's modes are set
-    HuffmanEnd,          // a Huffman stream ends less than a symbol away from its last symbol's end
+    HuffmanEnd,          // a Huffman stream holds more or fewer bits than its symbols
+    SequencesEnd,        // the sequences need more or fewer bits than their stream holds
 };
 
 // A short text for the log, such as "content checksum mismatch".

@@ -158,16 +158,12 @@ inline void DecodeTail(const HuffmanTable& table, BackwardBits& bits, uint8_t* o
     }
 }
 
-// Whether the stream was read exactly to its start. Missing that by less than a symbol's length,
-// either way, is told apart from other damage.
-inline ZstdError StreamEnd(const HuffmanTable& table, BackwardBits& bits)
+// A stream must be read exactly to its start. A miss is told apart from damage that stops the
+// decoding earlier, since some decoders let it pass.
+inline ZstdError StreamEnd(BackwardBits& bits)
 {
     bits.Reload();
-    if (bits.Exhausted())
-        return ZstdError::None;
-    long long left = bits.Left();
-    long long symbol = table.maxBits;
-    return left > -symbol && left < symbol ? ZstdError::HuffmanEnd : ZstdError::Huffman;
+    return bits.Exhausted() ? ZstdError::None : ZstdError::HuffmanEnd;
 }
 
 }  // namespace
@@ -188,7 +184,7 @@ ZstdError DecodeHuffmanStream(const HuffmanTable& table, const uint8_t* data, si
         out += 4;
     }
     DecodeTail(table, bits, out, end);
-    return StreamEnd(table, bits);
+    return StreamEnd(bits);
 }
 
 ZstdError DecodeHuffmanStreams(const HuffmanTable& table, const uint8_t* data, size_t size, uint8_t* out,
@@ -230,7 +226,7 @@ ZstdError DecodeHuffmanStreams(const HuffmanTable& table, const uint8_t* data, s
     }
     for (int i = 0; i < 4; ++i) {
         DecodeTail(table, bits[i], outs[i], ends[i]);
-        ZstdError error = StreamEnd(table, bits[i]);
+        ZstdError error = StreamEnd(bits[i]);
         if (error != ZstdError::None)
             return error;
     }
