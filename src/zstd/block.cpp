@@ -96,8 +96,8 @@ inline void WildCopy16(uint8_t* out, const uint8_t* from, size_t length)
 }
 
 // Copies a match whose source lies `offset` bytes back in the same buffer; may write up to 15
-// bytes past `length`. Short offsets repeat a pattern: once its first 8 bytes are out, a copy
-// from a multiple of the offset at least 8 back moves 8 bytes at a time without overlap.
+// bytes past `length`. A short offset repeats a pattern: once its first 16 bytes are out, copies
+// from a multiple of the offset at least 16 back move 16 bytes at a time without overlap.
 inline void CopyNear(uint8_t* out, size_t offset, size_t length)
 {
     const uint8_t* from = out - offset;
@@ -105,20 +105,21 @@ inline void CopyNear(uint8_t* out, size_t offset, size_t length)
         WildCopy16(out, from, length);
         return;
     }
-    size_t step = offset;
-    if (offset < 8) {
-        for (int i = 0; i < 8; ++i)
+    if (offset >= 8) {
+        std::memcpy(out, from, 8);
+        std::memcpy(out + 8, from + 8, 8);
+    } else {
+        for (int i = 0; i < 16; ++i)
             out[i] = from[i];
-        step = offset * ((8 + offset - 1) / offset);
-        out += 8;
-        if (length <= 8)
-            return;
-        length -= 8;
     }
+    if (length <= 16)
+        return;
+    size_t step = offset * ((16 + offset - 1) / offset);
     uint8_t* end = out + length;
+    out += 16;
     do {
-        std::memcpy(out, out - step, 8);
-        out += 8;
+        std::memcpy(out, out - step, 16);
+        out += 16;
     } while (out < end);
 }
 
@@ -309,6 +310,7 @@ ZstdError BlockDecoder::Execute(const uint8_t* stream, size_t size, unsigned cou
     unsigned offsetState = static_cast<unsigned>(bits.Read(active[1]->log));
     unsigned matchState = static_cast<unsigned>(bits.Read(active[2]->log));
     uint8_t* const start = window.BlockStart();
+    const uint8_t* const near = window.NearStart();
     uint8_t* out = start;
     uint8_t* const end = start + blockMax;
     const uint8_t* literal = literals.get();
@@ -316,9 +318,10 @@ ZstdError BlockDecoder::Execute(const uint8_t* stream, size_t size, unsigned cou
     uint32_t rep0 = repeats[0], rep1 = repeats[1], rep2 = repeats[2];
     for (unsigned i = 0; i < count; ++i) {
         bits.Reload();
-        const SequenceRow& of = offsetRows[offsetState];
-        const SequenceRow& ml = matchRows[matchState];
-        const SequenceRow& ll = literalRows[literalState];
+        // Copies, so that the writes below cannot make the compiler load them again.
+        const SequenceRow of = offsetRows[offsetState];
+        const SequenceRow ml = matchRows[matchState];
+        const SequenceRow ll = literalRows[literalState];
         uint32_t offsetValue = of.base + static_cast<uint32_t>(bits.Read(of.extraBits));
         size_t matchLength = ml.base + static_cast<size_t>(bits.Read(ml.extraBits));
         if (of.extraBits + ml.extraBits + ll.extraBits > 56)
@@ -359,7 +362,7 @@ ZstdError BlockDecoder::Execute(const uint8_t* stream, size_t size, unsigned cou
             out += literalLength;
             literal += literalLength;
         }
-        if (offset <= window.Near(out)) {
+        if (offset <= static_cast<size_t>(out - near)) {
             CopyNear(out, offset, matchLength);
         } else {
             bool readFailed;

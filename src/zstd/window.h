@@ -35,14 +35,9 @@ public:
     // before the prefix or a reader fails (`readFailed` tells which).
     bool CopyMatch(uint8_t* out, uint64_t distance, size_t length, bool& readFailed);
 
-    // Bytes of history before `out` that can be copied from with plain pointer arithmetic.
-    size_t Near(const uint8_t* out) const
-    {
-        size_t inBlock = static_cast<size_t>(out - (ring.get() + head));
-        size_t behind = held + inBlock;
-        size_t linear = static_cast<size_t>(out - ring.get());
-        return behind < linear ? behind : linear;
-    }
+    // The oldest byte that a match in the current block may copy from with plain pointer
+    // arithmetic: history that lies before the block in the ring without wrapping.
+    const uint8_t* NearStart() const { return head >= held ? ring.get() + head - held : ring.get(); }
 
     size_t Capacity() const { return allocated; }
 
