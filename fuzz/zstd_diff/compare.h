@@ -3,9 +3,9 @@
 // refuse. libzstd 1.5.4 is known wrong in a few cases, where ours is right and the two may
 // differ: it decodes a repeat offset of 0 as 1, Huffman weights whose stream ends before its two
 // states, bytes left after a section of no sequences, set reserved bits in the sequences modes,
-// Huffman streams (with some tables) that hold more or fewer bits than their symbols, and
-// sequences that read past the start of their stream or leave bits of it; and it refuses a count
-// of no sequences written in the two-byte form.
+// Huffman streams (with some tables) without their end marker or with more or fewer bits than
+// their symbols, and sequences that read past the start of their stream or leave bits of it; and
+// it refuses a count of no sequences written in the two-byte form.
 #pragma once
 #include "zstd/decoder.h"
 

@@ -38,7 +38,7 @@ enum class ZstdError : uint8_t {
     HuffmanStates,       // the Huffman weights' stream ends before its two states
     ExtraBytes,          // bytes after a sequences section that has no sequences
     ReservedBits,        // the reserved bits of a sequences section's modes are set
-    HuffmanEnd,          // a Huffman stream holds more or fewer bits than its symbols
+    HuffmanEnd,          // a Huffman stream lacks its end marker, or its bits and symbols differ
     SequencesEnd,        // the sequences need more or fewer bits than their stream holds
 };
 

@@ -27,7 +27,7 @@ const char* ZstdErrorText(ZstdError error)
     case ZstdError::HuffmanStates: return "Huffman weights end before their states";
     case ZstdError::ExtraBytes: return "bytes left after a section of no sequences";
     case ZstdError::ReservedBits: return "reserved bits set in the sequences modes";
-    case ZstdError::HuffmanEnd: return "Huffman stream not read exactly to its start";
+    case ZstdError::HuffmanEnd: return "Huffman stream does not end where its symbols do";
     case ZstdError::SequencesEnd: return "sequences stream not read exactly to its start";
     }
     return "unknown error";

@@ -158,8 +158,8 @@ inline void DecodeTail(const HuffmanTable& table, BackwardBits& bits, uint8_t* o
     }
 }
 
-// A stream must be read exactly to its start. A miss is told apart from damage that stops the
-// decoding earlier, since some decoders let it pass.
+// A stream must be read exactly to its start. A miss, like a last byte without the end marker,
+// is told apart from other damage, since some decoders let it pass.
 inline ZstdError StreamEnd(BackwardBits& bits)
 {
     bits.Reload();
@@ -172,7 +172,7 @@ ZstdError DecodeHuffmanStream(const HuffmanTable& table, const uint8_t* data, si
 {
     BackwardBits bits;
     if (!bits.Start(data, size))
-        return ZstdError::Huffman;
+        return size ? ZstdError::HuffmanEnd : ZstdError::Huffman;
     uint8_t* end = out + count;
     // Four symbols of at most 11 bits fit in the 56 bits a refill guarantees.
     while (end - out >= 4 && bits.Roomy()) {
@@ -209,7 +209,7 @@ ZstdError DecodeHuffmanStreams(const HuffmanTable& table, const uint8_t* data, s
     const uint8_t* stream = data + 6;
     for (int i = 0; i < 4; ++i) {
         if (!bits[i].Start(stream, sizes[i]))
-            return ZstdError::Huffman;
+            return sizes[i] ? ZstdError::HuffmanEnd : ZstdError::Huffman;
         stream += sizes[i];
         outs[i] = out + i * segment;
         ends[i] = i == 3 ? out + count : outs[i] + segment;

@@ -73,11 +73,12 @@ TEST(FuzzFinds, StreamsNotReadExactlyAreRefused)
 {
     EXPECT_EQ(Decode(FrameFile("huffman-bits-left.zst")).error, ZstdError::HuffmanEnd);
     EXPECT_EQ(Decode(FrameFile("huffman-bits-left-13.zst")).error, ZstdError::HuffmanEnd);
+    EXPECT_EQ(Decode(FrameFile("huffman-no-end-marker.zst")).error, ZstdError::HuffmanEnd);
     EXPECT_EQ(Decode(FrameFile("sequences-past-start.zst")).error, ZstdError::SequencesEnd);
     EXPECT_EQ(Decode(FrameFile("sequences-bits-left.zst")).error, ZstdError::SequencesEnd);
     EXPECT_EQ(Decode(FrameFile("sequences-bits-left-14.zst")).error, ZstdError::SequencesEnd);
     EXPECT_STREQ(ZstdErrorText(ZstdError::SequencesEnd), "sequences stream not read exactly to its start");
-    EXPECT_STREQ(ZstdErrorText(ZstdError::HuffmanEnd), "Huffman stream not read exactly to its start");
+    EXPECT_STREQ(ZstdErrorText(ZstdError::HuffmanEnd), "Huffman stream does not end where its symbols do");
 }
 
 TEST(MadeFrames, TextAtLevels)
