@@ -76,8 +76,6 @@ public:
     bool Overread() const { return consumed > 64; }
     // Every bit read, and no more.
     bool Exhausted() const { return cursor == begin && consumed == 64; }
-    // Bits not yet read (negative when read past the start).
-    long long Left() const { return static_cast<long long>(cursor - begin) * 8 + 64 - static_cast<long long>(consumed); }
 
 private:
     const uint8_t* begin = nullptr;

@@ -1,6 +1,7 @@
 // Window: the ring, its refill from the prefix, and the copies that reach beyond it.
 #include "zstd/window.h"
 
+#include <algorithm>
 #include <cstring>
 
 Window::Window(ZstdSink& sink, HistoryReader* prefix, uint64_t prefixSize)
@@ -14,8 +15,8 @@ constexpr size_t kRingHistoryStart = 64 * 1024;
 
 bool Window::StartFrame(uint64_t windowSize, uint64_t frameSinkStart)
 {
-    uint64_t reach = windowSize + prefixSize;
-    historyLimit = reach < kRingHistoryMax ? static_cast<size_t>(reach) : kRingHistoryMax;
+    bool far = windowSize >= kRingHistoryMax || prefixSize >= kRingHistoryMax;
+    historyLimit = far ? kRingHistoryMax : static_cast<size_t>(std::min<uint64_t>(windowSize + prefixSize, kRingHistoryMax));
     size_t load = prefixSize < historyLimit ? static_cast<size_t>(prefixSize) : historyLimit;
     sinkStart = frameSinkStart;
     produced = 0;
