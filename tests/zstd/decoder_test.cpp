@@ -62,6 +62,13 @@ TEST(FuzzFinds, RawAndRleBlocksAboveTheCompressedBlockLimit)
     }
 }
 
+TEST(FuzzFinds, CompressedBlockDecodingAbove128KiBIsRefused)
+{
+    Bytes old = FrameFile("block-decodes-above-128k.old");
+    MemoryHistory history(old);
+    EXPECT_EQ(Decode(FrameFile("block-decodes-above-128k.zst"), 0, &history, old.size()).error, ZstdError::BlockSize);
+}
+
 TEST(FuzzFinds, CompressedBlockLargerThanASmallWindow)
 {
     Decoded decoded = Decode(FrameFile("block-above-window.zst"));

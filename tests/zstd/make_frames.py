@@ -40,7 +40,7 @@ KNOWN = {
 
 
 def known_answers(out_dir, known_dir):
-    for frame in glob.glob(os.path.join(known_dir, "*.zst")):
+    for frame in glob.glob(os.path.join(known_dir, "*.zst")) + glob.glob(os.path.join(known_dir, "*.old")):
         shutil.copyfile(frame, os.path.join(out_dir, os.path.basename(frame)))
     outputs = {
         "block-128k": subprocess.run(["zstd", "-q", "-d", "-c", os.path.join(known_dir, "block-128k.zst")],
