@@ -13,10 +13,16 @@ Bytes FileBytes(const std::wstring& path)
 {
     wFile file;
     EXPECT_EQ(file.Open(path, true, false, false, OPEN_EXISTING, FileIo::Direct), 0u);
-    Bytes bytes(1 << 20);
-    IoResult result = file.Read(0, bytes.data(), static_cast<uint32_t>(bytes.size()));
-    bytes.resize(result.bytes);
-    return bytes;
+    // Read in pieces until the end, whatever the size of the programs the frames were made of.
+    Bytes bytes;
+    for (;;) {
+        size_t done = bytes.size();
+        bytes.resize(done + (1 << 20));
+        IoResult result = file.Read(done, bytes.data() + done, 1 << 20);
+        bytes.resize(done + result.bytes);
+        if (result.error != 0 || result.bytes == 0)
+            return bytes;
+    }
 }
 
 TEST(FileIo, PatchFromMappedOldFileIntoStagingFile)
