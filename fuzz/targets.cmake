@@ -11,3 +11,4 @@ vey_fuzz_target(peer_query SOURCES share/peer_query.cpp share/peer_datagrams.cpp
 vey_fuzz_target(request_head SOURCES http/request_head.cpp share/target_name.cpp share/safe_name.cpp)
 vey_fuzz_target(signature SOURCES share/signature.cpp)
 vey_fuzz_target(ed25519 SOURCES share/ed25519.cpp share/field25519.cpp share/sha512.cpp share/sha256.cpp share/sha256_x86.cpp share/sha1_x86.cpp)
+vey_fuzz_target(item_objects SOURCES share/item_objects.cpp json/value.cpp json/parser.cpp json/writer.cpp)
