@@ -100,6 +100,7 @@ def patch(settings, site, base, base_sha1, source, sha1):
 def write_site(site, release, url_prefix, files, previous, settings):
     """Writes every file and its objects into site and adds the members "z" and "p" to the
     manifest entries in files."""
+    os.makedirs(site, exist_ok=True)
     prefix_path = site_path(site, url_prefix)
     objects_path = site_path(site, settings.object_prefix)
     if os.path.commonpath([prefix_path, objects_path]) == prefix_path:

@@ -144,6 +144,13 @@ class MakeSite(unittest.TestCase):
         ed25519.Ed25519PublicKey.from_public_bytes(bytes.fromhex(public_key)).verify(signature, data)
         self.assertEqual(sorted(os.listdir(site)), ["app.dll", "manifest.json", "manifest.json.sig", "objects"])
 
+    def test_an_empty_release_is_a_site_with_its_manifest_alone(self):
+        v2 = self.release("v2", {})
+        os.makedirs(v2)
+        site, manifest = self.site(v2)
+        self.assertEqual(manifest, {"format": 2, "files": []})
+        self.assertEqual(os.listdir(site), ["manifest.json"])
+
     def test_actions_and_object_prefix(self):
         v2 = self.release("v2", {"app.exe": b"program " * 1000})
         site, manifest = self.site(v2, "--object-prefix", "/store/z/", "--stop", "Svc", "--delete", "old.dll",
