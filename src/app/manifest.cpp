@@ -9,6 +9,7 @@
 #include "runtime/logger.h"
 #include "runtime/text.h"
 #include "share/digest.h"
+#include "share/item_objects.h"
 #include "share/manifest_source.h"
 #include "share/peers.h"
 #include "share/signature.h"
@@ -69,13 +70,15 @@ bool ProcessManifest(const wJsonObject& manifest)
         item.name = std::move(file.name);
         item.hash = std::move(file.hash);
         item.size = file.size;
+        item.objects = std::move(file.objects);
         if (config.Signed())
             item.sha256 = std::move(file.sha256);
         paths.push_back(ProgramDirectory + item.name);
         listed.push_back(std::move(item));
     }
     files = std::vector<ManifestFile>();
-    std::vector<FileDigest> digests = HashFiles(paths, kHashThreads);
+    std::vector<FileDigest> digests =
+        HashFiles(paths, kHashThreads, IsObjectsFormat(manifest) ? kMaxObjectsSize : kMaxHashedSize);
     paths = std::vector<std::wstring>();
     for (size_t i = 0; i < listed.size(); ++i) {
         UpdateItem& item = listed[i];

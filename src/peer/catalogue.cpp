@@ -50,6 +50,7 @@ size_t Catalogue::Refresh(const std::vector<ManifestFile>& files)
             if (!IsSafeRelativeName(file.name) || !HashBytes(file.hash, entry.hash) || next.count(file.name))
                 continue;
             entry.size = file.size;
+            entry.hashLimit = file.objects.HashLimit();
             WIN32_FILE_ATTRIBUTE_DATA attributes;
             std::wstring path = root + file.name;
             if (!GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &attributes) ||
@@ -58,8 +59,9 @@ size_t Catalogue::Refresh(const std::vector<ManifestFile>& files)
             entry.diskSize = Join(attributes.nFileSizeHigh, attributes.nFileSizeLow);
             entry.writeTime = Join(attributes.ftLastWriteTime.dwHighDateTime, attributes.ftLastWriteTime.dwLowDateTime);
             auto known = entries.find(file.name);
+            // A digest made under another limit (the manifest changed format) is not reused.
             if (known != entries.end() && known->second.diskSize == entry.diskSize &&
-                known->second.writeTime == entry.writeTime) {
+                known->second.writeTime == entry.writeTime && known->second.hashLimit == entry.hashLimit) {
                 entry.digest = known->second.digest;
             } else {
                 changed.push_back(file.name);
@@ -71,7 +73,9 @@ size_t Catalogue::Refresh(const std::vector<ManifestFile>& files)
 
     // The size and time were read before hashing: a file that changes in between is hashed again
     // at the next refresh, or when it is served.
-    std::vector<FileDigest> digests = HashFiles(paths, kHashThreads);
+    // The files of one manifest are all of its format, and so share one limit.
+    uint64_t limit = files.empty() ? kMaxHashedSize : files.front().objects.HashLimit();
+    std::vector<FileDigest> digests = HashFiles(paths, kHashThreads, limit);
     for (size_t i = 0; i < changed.size(); ++i)
         next[changed[i]].digest = std::move(digests[i].hash);
     size_t count = 0;
@@ -124,7 +128,7 @@ UniqueHandle Catalogue::OpenCurrent(const std::wstring& name, uint64_t& size)
     bool current = entry.current;
     if (diskSize != entry.diskSize || writeTime != entry.writeTime) {
         // Changed since it was hashed: hashed again while this handle keeps writers out.
-        FileDigest digest = HashFile(path);
+        FileDigest digest = HashFile(path, entry.hashLimit);
         bool still = diskSize == entry.size && digest.size == diskSize && digest.hash == BytesToHex(entry.hash, 20);
         ExclusiveLock storing(lock);
         auto again = entries.find(name);

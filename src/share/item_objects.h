@@ -2,6 +2,8 @@
 // plain bytes: its compressed object and patches from earlier versions of it, each an object of
 // the server's site. Read from outside input: every value is checked before it is used.
 #pragma once
+#include "share/digest.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -37,6 +39,9 @@ struct ItemObjects {
     bool listed = false;
     ItemObject compressed;
     std::vector<ItemPatch> patches;
+
+    // The largest file hashed for the item: any size it may have when listed.
+    uint64_t HashLimit() const { return listed ? kMaxObjectsSize : kMaxHashedSize; }
 };
 
 // True when the manifest's "format" is the number kObjectsFormat.
