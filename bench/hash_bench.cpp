@@ -4,9 +4,9 @@
 #include "runtime/iocp.h"
 #include "runtime/pool.h"
 #include "runtime/text.h"
-#include "share/digest.h"
-#include "share/sha256_file.h"
-#include "share/signature.h"
+#include "release/digest.h"
+#include "release/sha256_file.h"
+#include "release/signature.h"
 
 #include <windows.h>
 #include <psapi.h>

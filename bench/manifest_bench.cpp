@@ -8,7 +8,7 @@
 #include "runtime/iocp.h"
 #include "runtime/logger.h"
 #include "runtime/pool.h"
-#include "share/manifest_source.h"
+#include "release/manifest_source.h"
 
 #include <winsock2.h>
 #include <windows.h>

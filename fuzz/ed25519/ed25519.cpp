@@ -3,9 +3,9 @@
 // verifies must be usable and S below the group order. The same input is also hashed with SHA-256
 // and SHA-512 in one call and in two parts, split where the first two bytes say; the digests must
 // agree (SHA-256 with the portable block function once and the fastest one the other time).
-#include "share/ed25519.h"
-#include "share/sha256.h"
-#include "share/sha512.h"
+#include "crypto/ed25519.h"
+#include "crypto/sha256.h"
+#include "crypto/sha512.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -3,7 +3,7 @@
 // format. What is accepted must hold only values the download may use as they are.
 #include "json/value.h"
 #include "runtime/text.h"
-#include "share/item_objects.h"
+#include "release/item_objects.h"
 
 #include <cstddef>
 #include <cstdint>

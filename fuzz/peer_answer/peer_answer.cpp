@@ -3,7 +3,7 @@
 // read past it is reported; an item that takes an answer must have its sender as a peer and, from
 // version 2 on, a 40-digit hash.
 #include "app/config.h"
-#include "share/peers.h"
+#include "discovery/datagrams.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -2,8 +2,8 @@
 // prefix of port 8090 from a block of exactly its size, so a read past it is reported. What it
 // accepts is answered, and every answer datagram must be read back by the updater's answer reader:
 // each record written makes the sender a peer of its item, with the record's hash and size.
-#include "share/peer_query.h"
-#include "share/peers.h"
+#include "discovery/peer_query.h"
+#include "discovery/datagrams.h"
 #include "runtime/text.h"
 
 #include <cstddef>

@@ -2,7 +2,7 @@
 // decoded from UTF-8, as an expiry time and a signature path. What is accepted must format back
 // to itself, and an expiry must lie between 1970 and the end of year 9999.
 #include "runtime/text.h"
-#include "share/release_terms.h"
+#include "release/release_terms.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -3,9 +3,9 @@
 // HEAD with a target starting with '/', and the name taken from that target is empty or safe to
 // join to the shared folder. An incomplete head has no blank line and no over-long request line; a
 // refused one carries one of the statuses the reader documents.
-#include "http/request_head.h"
-#include "share/safe_name.h"
-#include "share/target_name.h"
+#include "http_server/request_head.h"
+#include "runtime/safe_name.h"
+#include "http_server/target.h"
 
 #include <cstddef>
 #include <cstdint>

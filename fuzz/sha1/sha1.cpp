@@ -1,7 +1,7 @@
 // Fuzz target of SHA-1: the digest of the input in one call with the portable block function must
 // equal the digest fed in two parts, split where the first two bytes say, with the SHA-instruction
 // block function where the CPU has it.
-#include "share/sha1.h"
+#include "crypto/sha1.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -3,7 +3,7 @@
 // accepts must be the digits it was given (either case), around blanks only for the signature;
 // a digest written as text must read back as the same digest, for the first 32 input bytes too.
 #include "runtime/text.h"
-#include "share/signature.h"
+#include "release/signature.h"
 
 #include <cstddef>
 #include <cstdint>

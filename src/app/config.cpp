@@ -3,7 +3,7 @@
 #include "json/value.h"
 #include "runtime/logger.h"
 #include "runtime/text.h"
-#include "share/signature.h"
+#include "release/signature.h"
 
 UpdaterConfig* updaterConfig = nullptr;
 std::wstring ProgramDirectory;

@@ -1,7 +1,7 @@
 // UpdaterConfig: the process-wide configuration and work record, read from the one argument.
 #pragma once
 #include "runtime/random_pick.h"
-#include "share/update_item.h"
+#include "release/update_item.h"
 
 #include <cstdint>
 #include <list>

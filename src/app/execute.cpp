@@ -8,11 +8,11 @@
 #include "runtime/handles.h"
 #include "runtime/logger.h"
 #include "runtime/text.h"
-#include "share/download.h"
-#include "share/manifest_source.h"
-#include "share/safe_name.h"
-#include "share/sha256_file.h"
-#include "share/update_item.h"
+#include "release/download.h"
+#include "release/manifest_source.h"
+#include "runtime/safe_name.h"
+#include "release/sha256_file.h"
+#include "release/update_item.h"
 
 #include <windows.h>
 

@@ -8,11 +8,11 @@
 #include "json/value.h"
 #include "runtime/logger.h"
 #include "runtime/text.h"
-#include "share/digest.h"
-#include "share/item_objects.h"
-#include "share/manifest_source.h"
-#include "share/peers.h"
-#include "share/signature.h"
+#include "release/digest.h"
+#include "release/item_objects.h"
+#include "release/manifest_source.h"
+#include "discovery/datagrams.h"
+#include "release/signature.h"
 
 bool FetchManifest(const std::wstring& pathAndQuery, const std::wstring& domain)
 {

@@ -3,7 +3,7 @@
 #include "app/config.h"
 #include "runtime/handles.h"
 #include "runtime/logger.h"
-#include "share/release_terms.h"
+#include "release/release_terms.h"
 
 #include <windows.h>
 

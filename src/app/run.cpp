@@ -5,8 +5,8 @@
 #include "app/manifest.h"
 #include "runtime/fatal.h"
 #include "runtime/iocp.h"
-#include "share/broadcaster.h"
-#include "share/manifest_source.h"
+#include "discovery/broadcaster.h"
+#include "release/manifest_source.h"
 
 #include <winsock2.h>
 

@@ -8,10 +8,10 @@
 #include "json/value.h"
 #include "runtime/logger.h"
 #include "runtime/text.h"
-#include "share/download.h"
-#include "share/manifest_source.h"
-#include "share/release_terms.h"
-#include "share/signature.h"
+#include "release/download.h"
+#include "release/manifest_source.h"
+#include "release/release_terms.h"
+#include "release/signature.h"
 
 #include <windows.h>
 

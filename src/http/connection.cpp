@@ -1,7 +1,7 @@
 // HttpConnection: the socket to the target's first address, the connect with its time-out, and
 // recv() first with select() only when nothing is waiting.
 #include "http/connection.h"
-#include "http/net.h"
+#include "http/resolve.h"
 
 #include <winsock2.h>
 #include <ws2tcpip.h>

@@ -1,5 +1,5 @@
 // ResolveHost: GetAddrInfoW into a pooled, doubly linked list of socket addresses.
-#include "http/net.h"
+#include "http/resolve.h"
 #include "runtime/pool.h"
 
 #include <winsock2.h>

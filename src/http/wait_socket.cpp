@@ -1,5 +1,5 @@
 // WaitSocket: one select() over the conditions the caller asks for.
-#include "http/net.h"
+#include "http/resolve.h"
 
 #include <winsock2.h>
 

@@ -3,8 +3,8 @@
 #include "peer/catalogue.h"
 #include "peer/query_log.h"
 #include "runtime/io_request.h"
-#include "share/peer_query.h"
-#include "share/peers.h"
+#include "discovery/peer_query.h"
+#include "discovery/datagrams.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 // query broadcast on any local network and answers, unicast to the sender, for the records that
 // match a shared file.
 #pragma once
-#include "share/socket.h"
+#include "discovery/socket.h"
 
 #include <cstdint>
 #include <string>

@@ -2,9 +2,9 @@
 // last-write time, and the check made again right before a file is served.
 #include "peer/catalogue.h"
 #include "runtime/text.h"
-#include "share/digest.h"
-#include "share/manifest_source.h"
-#include "share/safe_name.h"
+#include "release/digest.h"
+#include "release/manifest_source.h"
+#include "runtime/safe_name.h"
 
 #include <windows.h>
 

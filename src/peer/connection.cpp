@@ -1,11 +1,11 @@
 // One connection of the file server: the request head read within its time-out, the answer, the
 // file streamed in bounded pieces, the log line, and an orderly close.
-#include "http/request_head.h"
+#include "http_server/request_head.h"
 #include "peer/catalogue.h"
 #include "peer/server.h"
 #include "runtime/logger.h"
 #include "runtime/text.h"
-#include "share/target_name.h"
+#include "http_server/target.h"
 
 #include <windows.h>
 

@@ -5,7 +5,7 @@
 #include "runtime/clock.h"
 #include "runtime/logger.h"
 #include "runtime/random_pick.h"
-#include "share/manifest_source.h"
+#include "release/manifest_source.h"
 
 #include <windows.h>
 

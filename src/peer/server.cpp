@@ -1,6 +1,6 @@
 // The file server's listener: a connection slot, then a client, then a thread for the client.
 #include "peer/server.h"
-#include "http/net.h"
+#include "http/resolve.h"
 
 #include <windows.h>
 

@@ -5,7 +5,7 @@
 #include "http/request.h"
 #include "http/script_server.h"
 #include "http/test_files.h"
-#include "share/random_bytes.h"
+#include "support/random_bytes.h"
 
 #include <string>
 #include <vector>

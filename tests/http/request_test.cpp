@@ -2,7 +2,7 @@
 // Also sets up Winsock and the completion port for every test of this program.
 #include <gtest/gtest.h>
 #include "http/fake_resolver.h"
-#include "http/net.h"
+#include "http/resolve.h"
 #include "http/request.h"
 #include "runtime/iocp.h"
 #include "runtime/pool.h"

@@ -4,8 +4,8 @@
 #include "peer/catalogue.h"
 #include "runtime/iocp.h"
 #include "runtime/text.h"
-#include "share/manifest_source.h"
-#include "share/sha1.h"
+#include "release/manifest_source.h"
+#include "crypto/sha1.h"
 #include "support/test_path.h"
 
 #include <windows.h>

@@ -1,7 +1,7 @@
 // Helpers of the discovery datagram tests: big-endian fields as byte strings, and the random
 // edits that the robustness tests make to a datagram before it is read.
 #pragma once
-#include "share/datagram_fields.h"
+#include "discovery/datagram_fields.h"
 #include "support/fuzz.h"
 
 #include <cstddef>

@@ -38,42 +38,55 @@ class CheckLayers(unittest.TestCase):
         shutil.copytree(os.path.join(ROOT, "src"), source)
         return source
 
-    def test_share_including_the_updater_fails(self):
+    def test_release_including_the_updater_fails(self):
         source = self.copy_of_src()
         self.assertEqual(check(source), (0, []))
-        path = os.path.join(source, "share", "download.cpp")
+        path = os.path.join(source, "release", "download.cpp")
         with open(path) as original:
             lines = original.read().splitlines(True)
         lines.insert(2, '#include "app/config.h"\n')
         with open(path, "w") as out:
             out.writelines(lines)
-        self.assertEqual(check(source), (1, [f'{path}:3: share may not include "app/config.h"']))
+        self.assertEqual(check(source), (1, [f'{path}:3: release may not include "app/config.h"']))
 
     def test_every_wrong_way_is_reported(self):
         json = self.write("src/json/a.cpp", '#include "json/a.h"\n#include "http/url.h"\n')
-        http = self.write("src/http/b.h", '#pragma once\n#include "share/digest.h"\n')
+        http = self.write("src/http/b.h", '#pragma once\n#include "release/digest.h"\n')
         runtime = self.write("src/runtime/c.cpp", '  #  include "json/value.h"\n')
-        peer = self.write("src/peer/d.cpp", '#include "share/peers.h"\n#include "app/entry.h"\n')
-        self.write("src/share/e.cpp", '#include "runtime/text.h"\n#include "json/value.h"\n#include "http/url.h"\n')
-        self.write("src/app/f.cpp", '#include "share/e.h"\n#include "json/value.h"\n')
+        peer = self.write("src/peer/d.cpp", '#include "discovery/datagrams.h"\n#include "app/entry.h"\n')
+        self.write("src/release/e.cpp",
+                   '#include "runtime/text.h"\n#include "json/value.h"\n#include "http/url.h"\n#include "crypto/sha1.h"\n')
+        self.write("src/app/f.cpp", '#include "release/e.h"\n#include "discovery/g.h"\n#include "json/value.h"\n')
+        # The hashes and signatures stand on nothing, not even the runtime.
+        crypto = self.write("src/crypto/i.cpp", '#include "crypto/sha1.h"\n#include "runtime/text.h"\n')
+        # The server's side of HTTP stands beside the release, not on it.
+        server = self.write("src/http_server/j.cpp", '#include "http/status.h"\n#include "release/digest.h"\n')
+        discovery = self.write("src/discovery/k.cpp", '#include "release/update_item.h"\n#include "http/url.h"\n')
         # A program's folder is used by no library and by no other program.
-        share = self.write("src/share/g.cpp", '#include "peer/server.h"\n')
-        app = self.write("src/app/h.cpp", '#include "peer/server.h"\n')
+        release = self.write("src/release/g.cpp", '#include "peer/server.h"\n')
+        app = self.write("src/app/h.cpp", '#include "peer/server.h"\n#include "http_server/target.h"\n')
         self.assert_reports([
             f'{json}:2: json may not include "http/url.h"',
-            f'{http}:2: http may not include "share/digest.h"',
+            f'{http}:2: http may not include "release/digest.h"',
             f'{runtime}:1: runtime may not include "json/value.h"',
             f'{peer}:2: peer may not include "app/entry.h"',
-            f'{share}:1: share may not include "peer/server.h"',
+            f'{crypto}:2: crypto may not include "runtime/text.h"',
+            f'{server}:2: http_server may not include "release/digest.h"',
+            f'{discovery}:2: discovery may not include "http/url.h"',
+            f'{release}:1: release may not include "peer/server.h"',
             f'{app}:1: app may not include "peer/server.h"',
+            f'{app}:2: app may not include "http_server/target.h"',
         ])
 
     def test_unknown_folders_and_names_fail(self):
         self.write("src/tools/x.cpp", "")
-        stray = self.write("src/share/y.cpp", '#include "z.h"\n#include "share/y.h"\n')
-        self.write("src/share/beside.h", "")
-        self.write("src/share/w.cpp", '#include "beside.h"\n')
+        # "share" names the second program, never a library.
+        self.write("src/share/x.cpp", "")
+        stray = self.write("src/release/y.cpp", '#include "z.h"\n#include "release/y.h"\n')
+        self.write("src/release/beside.h", "")
+        self.write("src/release/w.cpp", '#include "beside.h"\n')
         self.assert_reports([
+            f'{os.path.join(self.tree, "src", "share")}: folder share is not a known library',
             f'{os.path.join(self.tree, "src", "tools")}: folder tools is not a known library',
             f'{stray}:1: "z.h" names no library folder',
         ])

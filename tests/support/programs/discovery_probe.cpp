@@ -4,7 +4,7 @@
 #include "runtime/clock.h"
 #include "runtime/iocp.h"
 #include "runtime/pool.h"
-#include "share/peers.h"
+#include "discovery/datagrams.h"
 
 #include <winsock2.h>
 #include <cstdio>
