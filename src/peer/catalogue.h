@@ -35,7 +35,7 @@ private:
     struct Entry {
         uint8_t hash[20];       // the manifest's SHA-1
         uint64_t size = 0;      // the manifest's size
-        uint64_t hashLimit = 0; // the largest file hashed (any size in the objects format)
+        uint64_t hashLimit = 0;  // the largest file hashed (any size in the objects format)
         std::wstring digest;    // SHA-1 text of the file when last hashed
         uint64_t diskSize = 0;  // its size and last-write time then
         uint64_t writeTime = 0;
