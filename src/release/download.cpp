@@ -103,7 +103,7 @@ bool DownloadFromHost(const DownloadRequest& request, const std::wstring& host, 
     LogW(L"HTTP Getting... %s", url.c_str());
 
     // The download is hashed as it is written, so a valid one is never read back.
-    BodyDigest written(!request.item.sha256.empty());
+    BodyDigest written(!request.item.sha256.empty(), request.item.objects.HashLimit());
     HttpRequest http;
     http.outputPath = request.destinationPath;
     http.writtenBody = &written;
