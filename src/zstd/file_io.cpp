@@ -1,0 +1,73 @@
+// FileSink and MappedHistory.
+#include "zstd/file_io.h"
+
+#include <windows.h>
+
+#include <cstring>
+
+bool FileSink::Transfer(bool write, uint64_t position, void* buffer, size_t length)
+{
+    uint8_t* bytes = static_cast<uint8_t*>(buffer);
+    while (length) {
+        uint32_t piece = length < 0x40000000 ? static_cast<uint32_t>(length) : 0x40000000;
+        IoResult result = write ? file.Write(position, bytes, piece) : file.Read(position, bytes, piece);
+        if (result.error || result.bytes != piece) {
+            lastError = result.error ? result.error : static_cast<uint32_t>(ERROR_HANDLE_EOF);
+            return false;
+        }
+        bytes += piece;
+        position += piece;
+        length -= piece;
+    }
+    return true;
+}
+
+bool FileSink::Write(const void* data, size_t length)
+{
+    if (!Transfer(true, start + written, const_cast<void*>(data), length))
+        return false;
+    written += length;
+    return true;
+}
+
+bool FileSink::ReadAt(uint64_t position, void* buffer, size_t length)
+{
+    if (position > written || length > written - position)
+        return false;
+    return Transfer(false, start + position, buffer, length);
+}
+
+MappedHistory::~MappedHistory()
+{
+    if (view)
+        UnmapViewOfFile(view);
+}
+
+uint32_t MappedHistory::Open(const std::wstring& path)
+{
+    UniqueHandle file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
+                                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file)
+        return GetLastError();
+    LARGE_INTEGER fileSize;
+    if (!GetFileSizeEx(file.Get(), &fileSize))
+        return GetLastError();
+    if (fileSize.QuadPart == 0)
+        return 0;
+    mapping.Reset(CreateFileMappingW(file.Get(), nullptr, PAGE_READONLY, 0, 0, nullptr));
+    if (!mapping)
+        return GetLastError();
+    view = static_cast<const uint8_t*>(MapViewOfFile(mapping.Get(), FILE_MAP_READ, 0, 0, 0));
+    if (!view)
+        return GetLastError();
+    size = static_cast<uint64_t>(fileSize.QuadPart);
+    return 0;
+}
+
+bool MappedHistory::ReadAt(uint64_t position, void* buffer, size_t length)
+{
+    if (position > size || length > size - position)
+        return false;
+    std::memcpy(buffer, view + position, length);
+    return true;
+}

@@ -1,0 +1,62 @@
+// Window: the recent output of a frame (and, before it, the end of the old file of a patch) in a
+// ring of bounded size, where a block is decoded in place. Bytes further back are read where they
+// already are: the sink (output written so far) or the prefix reader (the old file).
+#pragma once
+#include "zstd/decoder.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+constexpr size_t kBlockMax = 128 * 1024;
+// Room past a block for copies that write whole 16-byte chunks beyond their end.
+constexpr size_t kCopySlack = 64;
+// The most recent output the ring holds, whatever the frame's window.
+constexpr size_t kRingHistoryMax = 8 * 1024 * 1024;
+
+class Window {
+public:
+    Window(ZstdSink& sink, HistoryReader* prefix, uint64_t prefixSize);
+
+    // Makes ready for a frame of `windowSize` whose output starts at sink position `sinkStart`;
+    // loads the end of the prefix. False when the prefix cannot be read.
+    bool StartFrame(uint64_t windowSize, uint64_t sinkStart);
+    // Grows the ring before a block when its history is full and the frame may reach further.
+    void PrepareBlock();
+
+    // Where the next block is decoded: kBlockMax bytes, and kCopySlack more that copies may
+    // scribble on.
+    uint8_t* BlockStart() { return ring.get() + head; }
+    // Takes `length` decoded bytes at BlockStart() into the history.
+    void EndBlock(size_t length);
+
+    // Copies `length` bytes from `distance` bytes before `out` (inside the block being decoded)
+    // to `out`: from the ring, or from the sink and the prefix. False when the distance reaches
+    // before the prefix or a reader fails (`readFailed` tells which).
+    bool CopyMatch(uint8_t* out, uint64_t distance, size_t length, bool& readFailed);
+
+    // The oldest byte that a match in the current block may copy from with plain pointer
+    // arithmetic: history that lies before the block in the ring without wrapping.
+    const uint8_t* NearStart() const { return head >= held ? ring.get() + head - held : ring.get(); }
+
+    size_t Capacity() const { return allocated; }
+
+private:
+    bool CopyFar(uint8_t* out, int64_t from, size_t length);
+    void CopyFromRing(uint8_t* out, int64_t from, size_t length);
+    // Moves the history into a ring that keeps `history` bytes.
+    void Resize(size_t history);
+
+    ZstdSink& sink;
+    HistoryReader* prefix;
+    uint64_t prefixSize;
+    std::unique_ptr<uint8_t[]> ring;
+    size_t allocated = 0;  // bytes of `ring`: size + kBlockMax + kCopySlack
+    size_t size = 0;       // the ring's span; a block past it runs on into the tail and is folded back
+    size_t historyMax = 0; // most history the ring keeps now: size - kBlockMax - kCopySlack
+    size_t historyLimit = 0;  // most history the frame can use: its window and the prefix
+    size_t head = 0;       // where the next block starts in the ring
+    size_t held = 0;       // history bytes behind `head` that the ring holds
+    int64_t produced = 0;  // the frame's bytes before the current block
+    uint64_t sinkStart = 0;
+};
