@@ -36,7 +36,8 @@ bool Download(const std::wstring& stagingDirectory, const std::wstring& urlPrefi
 
     bool done = false;
     uint32_t connectTimeout = 500, receiveTimeout = 200;
-    DownloadRequest request{staged, urlPrefix, item, connectTimeout, receiveTimeout, digest, done, &progress};
+    DownloadRequest request{staged, urlPrefix, item, connectTimeout, receiveTimeout, digest, done, &progress,
+                            GetDirectoryPart(stagingDirectory) + L"\\" + item.name};
     RandomPick hosts;
     hosts.Assign(peers);
     DownloadFromSources(hosts, servers, request);

@@ -1,6 +1,7 @@
 """Updates from a site that make-manifest --site wrote, served by nginx: a file above 256 MiB is
-hashed and updated when its manifest is of format 2, and stays out of reach in a manifest without
-it, as it always was; with VEY_HEAVY_TESTS=1 also a file of 4.5 GiB, its peak memory printed."""
+hashed and updated by patch or compressed object when its manifest is of format 2, and stays out
+of reach in a manifest without it, as it always was; with VEY_HEAVY_TESTS=1 also a file of
+4.5 GiB, its peak memory printed."""
 import hashlib
 import json
 import os
@@ -11,7 +12,8 @@ import sys
 import unittest
 
 from servers import Nginx
-from veytest import PATIENCE, WINE_RUN, WORK, make_app_folder, quote_argument, read_log, run_windows, windows_path
+from veytest import (PATIENCE, WINE_RUN, WORK, make_app_folder, quote_argument, read_log, run_windows, size_text,
+                     windows_path)
 
 TOOLS = os.path.join(os.path.dirname(__file__), "..", "..", "tools")
 BIG = 300 << 20
@@ -80,21 +82,36 @@ class LargeFile(unittest.TestCase):
         self.assertEqual(code, 0)
         return read_log(folder)[10:]
 
-    def test_objects_format_updates_a_file_above_256_mib(self):
-        nginx = self.serve("--site", os.path.join(self.work, "site"), "--previous", os.path.join(self.work, "v1"),
-                           "--level", "1", "--window-log", "27")
-        folder = self.installed("site-large-app")
-        messages = self.run_update(folder, nginx)
-        self.assertEqual(messages[:3], [f"({self.old_sha1} -> {self.new_sha1}) (300.0 MB -> 300.0 MB) (big.bin)",
-                                        "Created _update directory.",
-                                        f"HTTP Getting... http://{nginx.domain}/files/big.bin"])
-        self.assertEqual(messages[3:], ["HTTP Response Status (200 OK) (Valid 300.0 MB)",
-                                        f"Replaced {windows_path(folder)}\\big.bin"])
+    def site_entry(self):
+        with open(os.path.join(self.work, "site", "manifest.json"), encoding="utf-8") as f:
+            return json.load(f)["files"][0]
+
+    def assert_decoded(self, folder, nginx, messages, done, url, fetched):
+        self.assertEqual(messages, [f"({self.old_sha1} -> {self.new_sha1}) (300.0 MB -> 300.0 MB) (big.bin)",
+                                    "Created _update directory.",
+                                    f"HTTP Getting... http://{nginx.domain}{url}",
+                                    f"HTTP Response Status (200 OK) ({size_text(fetched)})",
+                                    f"{done} big.bin from {nginx.domain} ({size_text(fetched)} fetched for 300.0 MB)",
+                                    f"Replaced {windows_path(folder)}\\big.bin"])
         self.assertTrue(same_bytes(os.path.join(folder, "big.bin"), self.new))
         self.assertFalse(os.path.exists(os.path.join(folder, "_update")))
         # The next run hashes the new file and finds it current.
         shutil.rmtree(os.path.join(folder, "_logs"))
         self.assertEqual(self.run_update(folder, nginx), ["Nothing to update!"])
+
+    def test_a_file_above_256_mib_is_patched(self):
+        nginx = self.serve("--site", os.path.join(self.work, "site"), "--previous", os.path.join(self.work, "v1"),
+                           "--level", "1", "--window-log", "27")
+        patch = self.site_entry()["p"][0]
+        folder = self.installed("site-large-app")
+        self.assert_decoded(folder, nginx, self.run_update(folder, nginx), "Patched", patch["u"], patch["s"])
+
+    def test_a_file_above_256_mib_is_decompressed(self):
+        nginx = self.serve("--site", os.path.join(self.work, "site"), "--level", "1", "--window-log", "27")
+        compressed = self.site_entry()["z"]
+        folder = self.installed("site-large-compressed-app")
+        self.assert_decoded(folder, nginx, self.run_update(folder, nginx), "Decompressed", compressed["u"],
+                            compressed["s"])
 
     def test_plain_manifest_still_never_hashes_above_256_mib(self):
         site = os.path.join(self.work, "site")
@@ -156,6 +173,8 @@ class HugeFile(unittest.TestCase):
                                                  "Created _update directory.",
                                                  f"HTTP Getting... http://{self.nginx.domain}/files/huge.bin",
                                                  "HTTP Response Status (200 OK) (Valid 4.50 GB)",
+                                                 f"Downloaded huge.bin whole from {self.nginx.domain} "
+                                                 "(4.50 GB fetched for 4.50 GB)",
                                                  f"Replaced {windows_path(folder)}\\huge.bin"])
         self.assertTrue(same_bytes(os.path.join(folder, "huge.bin"), os.path.join(self.serve, "files", "huge.bin")))
         self.assertLess(peak - idle, 64 << 10)
