@@ -26,12 +26,12 @@ enum class ZstdError : uint8_t {
     ContentSize,         // the decoded size differs from the frame's declared content size
     Checksum,            // the content checksum differs from the decoded content's
     BlockType,           // a block of the reserved type
-    BlockSize,           // a block larger than the frame allows, compressed or decoded
+    BlockSize,           // a compressed block above 128 KiB, as sent or as decoded
     Literals,            // a malformed literals section
     Huffman,             // a malformed Huffman table or stream
     FseTable,            // a malformed FSE table description
     Sequences,           // a malformed sequences section or sequence bit stream
-    Offset,              // a match offset of 0 or before the first byte of history
+    Offset,              // a match offset reaching before the first byte of history
     Write,               // the sink refused the output
     Read,                // the history reader could not give back bytes it should hold
     ZeroOffset,          // a repeat offset that works out to 0
