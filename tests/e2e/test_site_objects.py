@@ -29,6 +29,8 @@ V2 = {"app.txt": text_file(1, changed={10, 2000}), "local.txt": text_file(2, cha
 
 
 class SiteObjects(unittest.TestCase):
+    key = None  # the publicKey of a signed site
+
     @classmethod
     def setUpClass(cls):
         cls.work = os.path.join(WORK, "site-objects")
@@ -45,14 +47,18 @@ class SiteObjects(unittest.TestCase):
         self.site = os.path.join(self.work, self.id().rsplit(".", 1)[1])
         shutil.rmtree(self.site, ignore_errors=True)
         subprocess.run([os.path.join(TOOLS, "make-manifest"), os.path.join(self.work, "v2"), "--url-prefix", "/files",
-                        "--site", self.site, "--previous", os.path.join(self.work, "v1"), "--level", "3"], check=True)
+                        "--site", self.site, "--previous", os.path.join(self.work, "v1"), "--level", "3",
+                        *self.signing()], check=True)
         with open(os.path.join(self.site, "manifest.json"), encoding="utf-8") as f:
             self.entries = {entry["n"]: entry for entry in json.load(f)["files"]}
+
+    def signing(self):
+        return []
 
     def object_path(self, url):
         return os.path.join(self.site, *url.strip("/").split("/"))
 
-    def update(self, local_change=False):
+    def update(self, local_change=False, expect_refusal=False):
         nginx = Nginx(self.site)
         self.addCleanup(nginx.stop)
         folder = make_app_folder(self.id().rsplit(".", 1)[1])
@@ -60,9 +66,13 @@ class SiteObjects(unittest.TestCase):
             write(os.path.join(folder, name), data)
         if local_change:
             write(os.path.join(folder, "local.txt"), b"edited by the user\n" + V1["local.txt"])
-        argument = quote_argument(json.dumps({"domains": [nginx.domain], "pathAndQuery": "/manifest.json"}))
-        code, _ = run_windows(os.path.join(folder, "VeyUpdater.exe"), [argument])
+        argument = {"domains": [nginx.domain], "pathAndQuery": "/manifest.json"}
+        if self.key:
+            argument["publicKey"] = self.key
+        code, _ = run_windows(os.path.join(folder, "VeyUpdater.exe"), [quote_argument(json.dumps(argument))])
         self.assertEqual(code, 0)
+        if expect_refusal:
+            return nginx, read_log(folder)
         for name, data in V2.items():
             self.assertEqual(read(os.path.join(folder, name)), data, name)
         self.assertFalse(os.path.exists(os.path.join(folder, "_update")))
@@ -128,7 +138,7 @@ class SiteObjects(unittest.TestCase):
             write(os.path.join(self.work, "other.txt"), bytes(target))
             path = self.object_path(entry["p"][0]["u"])
             subprocess.run(["zstd", "-q", "-f", "-3", f"--patch-from={os.path.join(self.work, 'v1', 'app.txt')}",
-                            os.path.join(self.work, "other.txt"), "-o", path], check=True)
+                            os.path.join(self.work, "other.txt"), "-o", path], check=True, stderr=subprocess.DEVNULL)
             entry["p"][0]["s"] = os.path.getsize(path)
             self.rewrite_manifest()
         requests, log = self.fault(other_target)
@@ -161,6 +171,46 @@ class SiteObjects(unittest.TestCase):
                             for line in log), log)
         self.assertTrue(any(line.startswith("Downloaded app.txt whole from ") for line in log), log)
         self.assertTrue(any(line.startswith("Downloaded new.txt whole from ") for line in log), log)
+
+
+class SignedSiteObjects(unittest.TestCase):
+    """A signed site: an object changed on the server is caught and the plain file used; a changed
+    member of the manifest fails the signature."""
+
+    def setUp(self):
+        self.case = SiteObjects("test_each_changed_file_comes_in_its_smallest_form")
+        SiteObjects.setUpClass()
+        self.addCleanup(SiteObjects.tearDownClass)
+        key_path = os.path.join(SiteObjects.work, "release.key")
+        done = subprocess.run([os.path.join(TOOLS, "make-manifest"), "--make-key", key_path], check=True,
+                              stdout=subprocess.PIPE, text=True)
+        self.case.key = done.stdout.strip()
+        self.case.signing = lambda: ["--key", key_path]
+        self.case.setUp()
+        self.addCleanup(self.case.doCleanups)
+
+    def test_a_changed_object_is_caught_and_the_plain_file_used(self):
+        app = self.case.entries["app.txt"]
+        for url in (app["p"][0]["u"], app["z"]["u"]):
+            path = self.case.object_path(url)
+            data = bytearray(read(path))
+            data[len(data) // 2] ^= 0x55
+            write(path, bytes(data))
+        nginx, log = self.case.update()
+        self.assertIn(f"GET {app['p'][0]['u']} HTTP/1.1 200", nginx.requests())
+        self.assertIn(f"GET {app['z']['u']} HTTP/1.1 200", nginx.requests())
+        self.assertIn("GET /files/app.txt HTTP/1.1 200", nginx.requests())
+        self.assertTrue(any(line.startswith("Failed to use the patch of app.txt from ") for line in log), log)
+        self.assertTrue(any(line.startswith("Failed to use the compressed object of app.txt from ") for line in log))
+        self.assertIn(f"Downloaded app.txt whole from {nginx.domain} (79 KB fetched for 79 KB)", log)
+
+    def test_a_changed_manifest_member_fails_the_signature(self):
+        self.case.entries["new.txt"]["z"]["s"] += 1
+        self.case.rewrite_manifest()
+        nginx, log = self.case.update(expect_refusal=True)
+        self.assertIn(f"Refused the manifest of {nginx.domain}: its signature does not match the manifest and the "
+                      "publicKey.", log)
+        self.assertFalse(any(line.startswith("Replaced") for line in log), log)
 
 
 if __name__ == "__main__":
