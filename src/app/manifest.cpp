@@ -74,13 +74,16 @@ std::list<UpdateItem> PlanUpdate(const UpdaterConfig& config, std::vector<Manife
         item.name = std::move(file.name);
         item.hash = std::move(file.hash);
         item.size = file.size;
+        item.objects = std::move(file.objects);
         if (config.Signed())
             item.sha256 = std::move(file.sha256);
         paths.push_back(config.programDirectory + item.name);
         listed.push_back(std::move(item));
     }
     files = std::vector<ManifestFile>();
-    std::vector<FileDigest> digests = HashFiles(paths, kHashThreads);
+    // All files of a manifest share its format, and so the largest size hashed.
+    uint64_t limit = listed.empty() ? kMaxHashedSize : listed.front().objects.HashLimit();
+    std::vector<FileDigest> digests = HashFiles(paths, kHashThreads, limit);
     paths = std::vector<std::wstring>();
     std::list<UpdateItem> items;
     for (size_t i = 0; i < listed.size(); ++i) {

@@ -16,7 +16,7 @@ bool Download(const std::wstring& stagingDirectory, const std::wstring& urlPrefi
               uint16_t httpSharePort, std::vector<std::wstring>& servers, Progress& progress)
 {
     std::wstring staged = FormatW(L"%s\\%s", stagingDirectory.c_str(), item.name.c_str());
-    FileDigest digest = HashFile(staged);
+    FileDigest digest = HashFile(staged, item.objects.HashLimit());
     if (EqualsNoCase(digest.hash, item.hash) && digest.size == item.size &&
         (item.sha256.empty() || FileMatchesSha256(staged, item.sha256))) {
         LogW(L"Pass. %s", item.name.c_str());
@@ -36,7 +36,8 @@ bool Download(const std::wstring& stagingDirectory, const std::wstring& urlPrefi
 
     bool done = false;
     uint32_t connectTimeout = 500, receiveTimeout = 200;
-    DownloadRequest request{staged, urlPrefix, item, connectTimeout, receiveTimeout, digest, done, &progress};
+    DownloadRequest request{staged, urlPrefix, item, connectTimeout, receiveTimeout, digest, done, &progress,
+                            GetDirectoryPart(stagingDirectory) + L"\\" + item.name};
     RandomPick hosts;
     hosts.Assign(peers);
     DownloadFromSources(hosts, servers, request);

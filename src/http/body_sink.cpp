@@ -23,8 +23,10 @@ BodySink::~BodySink()
     End();
 }
 
-void BodySink::Begin(const std::wstring& path, bool headRequest, int64_t limit, WrittenBody* written)
+void BodySink::Begin(const std::wstring& path, bool headRequest, int64_t limit, WrittenBody* written,
+                     BodyStream* streamed)
 {
+    stream = streamed;
     outputPath = path;
     headOnly = headRequest;
     bodyLimit = limit;
@@ -45,7 +47,7 @@ int64_t BodySink::TakeHead(const char* bytes, size_t count)
     if (used < 0 || (bodyLimit >= 0 && !headOnly && head.expected > bodyLimit))
         return -1;
     bool announced = head.headers.count(L"Content-Length") != 0;
-    if (announced && head.expected > 0 && outputPath.empty() && !headOnly) {
+    if (announced && head.expected > 0 && outputPath.empty() && !stream && !headOnly) {
         if (head.expected > kMaxMemoryBody)
             return -1;
         body = PoolAlloc(PoolClassFor(static_cast<uint64_t>(head.expected)));
@@ -78,6 +80,8 @@ int64_t BodySink::TakeBody(const char* bytes, size_t count)
             continue;
         }
         if (!outputPath.empty() && !GatherForFile(bytes + taken, piece))
+            return -1;
+        if (stream && head.status == 200 && !stream->Take(bytes + taken, piece))
             return -1;
         if (body)
             std::memcpy(static_cast<char*>(body) + received, bytes + taken, piece);

@@ -23,6 +23,16 @@ protected:
     ~WrittenBody() = default;
 };
 
+// Takes the body of a 200 response piece by piece as it arrives, instead of memory or a file;
+// false stops the transfer.
+class BodyStream {
+public:
+    virtual bool Take(const void* bytes, size_t count) = 0;
+
+protected:
+    ~BodyStream() = default;
+};
+
 class BodySink {
 public:
     explicit BodySink(RateMeter& meter) : meter(meter) {}
@@ -33,9 +43,10 @@ public:
     // Starts a response once the previous one has ended: its body goes to `outputPath` when that
     // is not empty, else to memory; a response to HEAD has no body. A `bodyLimit` of 0 or more
     // refuses at the head a body that is longer or does not announce its length. `watcher`, when
-    // given, sees what is written to the file.
+    // given, sees what is written to the file. A `stream`, when given, takes the body of a 200
+    // response instead (any other body is dropped).
     void Begin(const std::wstring& outputPath, bool headOnly, int64_t bodyLimit = -1,
-               WrittenBody* watcher = nullptr);
+               WrittenBody* watcher = nullptr, BodyStream* stream = nullptr);
     // Reads the head from the first `count` received bytes: 0 while it is not complete, -1 when
     // the response is refused (see ParseResponseHead, a memory body too large to hold, and a body
     // beyond the limit),
@@ -75,6 +86,7 @@ private:
     bool headOnly = false;
     int64_t bodyLimit = -1;
     WrittenBody* watcher = nullptr;
+    BodyStream* stream = nullptr;
     wFile file;
     char* writeBatch = nullptr;     // pooled block of kWriteBatchSize: body bytes not yet written
     uint32_t writeBatchLength = 0;

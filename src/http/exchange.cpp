@@ -28,7 +28,7 @@ void HttpRequest::Exchange()
         return;
 
     rateActiveLimit = rateLimit;
-    sink.Begin(outputPath, headOnly, bodyLimit, writtenBody);
+    sink.Begin(outputPath, headOnly, bodyLimit, writtenBody, bodyStream);
     size_t capacity = kReceiveBufferSize;
     auto* buffer = static_cast<char*>(PoolAlloc(PoolClassFor(capacity)));
     if (Receive(buffer, capacity)) {

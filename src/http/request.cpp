@@ -26,6 +26,7 @@ void HttpRequest::Reset()
     DropBody();
     outputPath.clear();
     writtenBody = nullptr;
+    bodyStream = nullptr;
     RateMeter::Clear();
     rateLimit = 0;
     sendRaw = 0;

@@ -44,6 +44,7 @@ public:
     uint32_t receiveTimeoutMs = 1000;  // for each piece of the response
     std::wstring outputPath;        // when set, the body goes to this file instead of memory
     WrittenBody* writtenBody = nullptr;  // sees the body as it is written to outputPath
+    BodyStream* bodyStream = nullptr;    // when set, takes a 200 body instead of memory
     uint32_t rateLimit = 0;         // bytes per second as configured, 0 = unlimited
     using RateMeter::rateSlots;
     using RateMeter::rateSum;

@@ -72,11 +72,14 @@ size_t Catalogue::Refresh(const std::vector<ManifestFile>& files)
             if (!IsSafeRelativeName(file.name) || !HashBytes(file.hash, entry.hash) || next.count(file.name))
                 continue;
             entry.size = file.size;
+            entry.hashLimit = file.objects.HashLimit();
             std::wstring path = root + file.name;
             // A listed file that is missing keeps its entry, so that it is hashed once it appears.
             entry.disk = ReadDiskState(path);
             auto known = entries.find(file.name);
-            if (known != entries.end() && known->second.disk == entry.disk) {
+            // A digest made under another limit (the manifest changed format) is not reused.
+            if (known != entries.end() && known->second.disk == entry.disk &&
+                known->second.hashLimit == entry.hashLimit) {
                 entry.digest = known->second.digest;
             } else if (entry.disk.file) {
                 changed.push_back(file.name);
@@ -88,7 +91,9 @@ size_t Catalogue::Refresh(const std::vector<ManifestFile>& files)
 
     // The size and time were read before hashing: a file that changes in between is hashed again
     // when it is next asked for or served, or at the next refresh.
-    std::vector<FileDigest> digests = HashFiles(paths, kHashThreads);
+    // The files of one manifest are all of its format, and so share one limit.
+    uint64_t limit = files.empty() ? kMaxHashedSize : files.front().objects.HashLimit();
+    std::vector<FileDigest> digests = HashFiles(paths, kHashThreads, limit);
     for (size_t i = 0; i < changed.size(); ++i)
         next[changed[i]].digest = std::move(digests[i].hash);
     size_t count = 0;
@@ -143,14 +148,16 @@ void Catalogue::HashStale()
     for (const std::wstring& name : names) {
         std::wstring path = root + name;
         DiskState before = ReadDiskState(path);
+        uint64_t limit;
         {
             // Queued again by a query that came while it was being hashed: already done.
             SharedLock reading(lock);
             auto found = entries.find(name);
             if (found == entries.end() || found->second.disk == before)
                 continue;
+            limit = found->second.hashLimit;
         }
-        FileDigest digest = before.file ? HashFile(path) : FileDigest();
+        FileDigest digest = before.file ? HashFile(path, limit) : FileDigest();
         // A file that changed while it was read is left as it was: its attributes still differ,
         // so the next query that asks for it queues it again.
         if (ReadDiskState(path) == before)
@@ -201,7 +208,7 @@ UniqueHandle Catalogue::OpenCurrent(const std::wstring& name, uint64_t& size)
     bool current = entry.current;
     if (!(disk == entry.disk)) {
         // Changed since it was hashed: hashed again while this handle keeps writers out.
-        FileDigest digest = HashFile(path);
+        FileDigest digest = HashFile(path, entry.hashLimit);
         current = Store(name, disk, digest.size == disk.size ? std::move(digest.hash) : std::wstring(kNoDigest));
     }
     if (!current)

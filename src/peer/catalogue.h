@@ -52,10 +52,11 @@ private:
         }
     };
     struct Entry {
-        uint8_t hash[20];      // the manifest's SHA-1
-        uint64_t size = 0;     // the manifest's size
-        std::wstring digest;   // SHA-1 text of the file when last hashed
-        DiskState disk;        // the file's attributes then
+        uint8_t hash[20];        // the manifest's SHA-1
+        uint64_t size = 0;       // the manifest's size
+        uint64_t hashLimit = 0;  // the largest file hashed (any size in the objects format)
+        std::wstring digest;     // SHA-1 text of the file when last hashed
+        DiskState disk;          // the file's attributes then
         bool current = false;
     };
 

@@ -18,7 +18,7 @@ void BodyDigest::Take(const void* bytes, size_t count)
 {
     size += count;
     // A file beyond the limit is never hashed, so its digest is never needed.
-    if (size > kMaxHashedSize)
+    if (size > limit)
         return;
     Sha1Update(sha1, bytes, count);
     if (withSha256)
@@ -29,7 +29,7 @@ FileDigest BodyDigest::Digest() const
 {
     FileDigest digest;
     digest.size = size;
-    if (size > kMaxHashedSize)
+    if (size > limit)
         return digest;
     Sha1Context finished = sha1;
     uint8_t bytes[kSha1DigestSize];
@@ -40,7 +40,7 @@ FileDigest BodyDigest::Digest() const
 
 bool BodyDigest::MatchesSha256(const std::wstring& expected) const
 {
-    if (!withSha256 || size > kMaxHashedSize)
+    if (!withSha256 || size > limit)
         return false;
     uint8_t wanted[kSha256DigestSize], actual[kSha256DigestSize];
     if (!ReadSha256Hex(expected, wanted))

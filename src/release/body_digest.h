@@ -13,7 +13,11 @@
 
 class BodyDigest final : public WrittenBody {
 public:
-    explicit BodyDigest(bool withSha256) : withSha256(withSha256) { Restart(); }
+    // Bytes beyond `limit` are counted but not hashed, as HashFile does not hash such a file.
+    explicit BodyDigest(bool withSha256, uint64_t limit = kMaxHashedSize) : withSha256(withSha256), limit(limit)
+    {
+        Restart();
+    }
 
     void Restart() override;
     void Take(const void* bytes, size_t count) override;
@@ -21,13 +25,14 @@ public:
     // The bytes taken since the last restart.
     uint64_t Size() const { return size; }
     // What HashFile gives for a file of the bytes taken: their SHA-1 and count, the underscores
-    // beyond kMaxHashedSize.
+    // beyond the limit.
     FileDigest Digest() const;
     // True when the SHA-256 of the bytes taken equals the 64 hexadecimal digits of `expected`.
     bool MatchesSha256(const std::wstring& expected) const;
 
 private:
     bool withSha256;
+    uint64_t limit;
     uint64_t size = 0;
     Sha1Context sha1;
     Sha256Context sha256;

@@ -179,7 +179,7 @@ bool HashWhole(HANDLE file, uint32_t length, Sha1Context& sha1, unsigned char* s
 
 // HashFile with a buffer of kWholeSize bytes for the small files, or null. The attributes come
 // first: asking for them costs no trip to Wine's server, so a missing file costs none at all.
-FileDigest HashPath(const std::wstring& path, unsigned char* scratch)
+FileDigest HashPath(const std::wstring& path, uint64_t limit, unsigned char* scratch)
 {
     FileDigest digest;
     WIN32_FILE_ATTRIBUTE_DATA attributes;
@@ -188,7 +188,7 @@ FileDigest HashPath(const std::wstring& path, unsigned char* scratch)
     if (attributes.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)
         return digest;
     digest.size = (uint64_t(attributes.nFileSizeHigh) << 32) | attributes.nFileSizeLow;
-    if (digest.size > kMaxHashedSize)
+    if (digest.size > limit)
         return digest;
 
     UniqueHandle file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
@@ -213,12 +213,12 @@ FileDigest HashPath(const std::wstring& path, unsigned char* scratch)
 
 }  // namespace
 
-FileDigest HashFile(const std::wstring& path)
+FileDigest HashFile(const std::wstring& path, uint64_t limit)
 {
-    return HashPath(path, nullptr);
+    return HashPath(path, limit, nullptr);
 }
 
-std::vector<FileDigest> HashFiles(const std::vector<std::wstring>& paths, unsigned threads)
+std::vector<FileDigest> HashFiles(const std::vector<std::wstring>& paths, unsigned threads, uint64_t limit)
 {
     std::vector<FileDigest> digests(paths.size());
     std::atomic<size_t> next{0};
@@ -228,7 +228,7 @@ std::vector<FileDigest> HashFiles(const std::vector<std::wstring>& paths, unsign
     auto work = [&] {
         auto* scratch = static_cast<unsigned char*>(malloc(kWholeSize));
         for (size_t i = next++; i < paths.size(); i = next++)
-            digests[i] = HashPath(paths[i], scratch);
+            digests[i] = HashPath(paths[i], limit, scratch);
         free(scratch);
     };
 
@@ -242,7 +242,7 @@ std::vector<FileDigest> HashFiles(const std::vector<std::wstring>& paths, unsign
     auto start = std::chrono::steady_clock::now();
     size_t done = 0;
     for (size_t i = next++; i < paths.size(); i = next++) {
-        digests[i] = HashPath(paths[i], scratch);
+        digests[i] = HashPath(paths[i], limit, scratch);
         ++done;
         size_t taken = std::min(next.load(), paths.size());
         if (decided || taken == paths.size())

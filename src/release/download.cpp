@@ -8,6 +8,7 @@
 #include "runtime/text.h"
 #include "release/body_digest.h"
 #include "release/download_progress.h"
+#include "release/object_download.h"
 #include "release/update_item.h"
 
 #include <windows.h>
@@ -97,13 +98,17 @@ bool DownloadFromHost(const DownloadRequest& request, const std::wstring& host, 
 {
     auto server = std::find(servers.begin(), servers.end(), host);
     bool isServer = server != servers.end();
+    if (isServer && request.item.objects.listed && DownloadSmallerForm(request, host)) {
+        request.done = true;
+        return true;
+    }
 
     CreateDirectoryPath(GetDirectoryPart(request.destinationPath));
     std::wstring url = DownloadUrl(host, isServer, request.urlPrefix, request.item.name);
     LogW(L"HTTP Getting... %s", url.c_str());
 
     // The download is hashed as it is written, so a valid one is never read back.
-    BodyDigest written(!request.item.sha256.empty());
+    BodyDigest written(!request.item.sha256.empty(), request.item.objects.HashLimit());
     HttpRequest http;
     http.outputPath = request.destinationPath;
     http.writtenBody = &written;
@@ -140,6 +145,9 @@ bool DownloadFromHost(const DownloadRequest& request, const std::wstring& host, 
          valid ? L"Valid" : L"Invalid", FormatByteSize(static_cast<uint64_t>(received)).c_str());
     if (request.progress)
         request.progress->Ended(valid);
+    if (valid && request.item.objects.listed)
+        LogW(L"Downloaded %s whole from %s (%s fetched for %s)", request.item.name.c_str(), host.c_str(),
+             FormatByteSize(static_cast<uint64_t>(received)).c_str(), FormatByteSize(request.item.size).c_str());
     if (valid) {
         request.done = true;
         return true;

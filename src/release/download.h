@@ -29,6 +29,7 @@ struct DownloadRequest {
     FileDigest& digest;                   // refreshed after a download that passed the size checks
     bool& done;                           // set when a download was valid
     DownloadProgress* progress = nullptr;  // told of each attempt and its bytes, when given
+    std::wstring installedPath;           // the file in place now: the base of a patch
 };
 
 // Tries the hosts from the pick's index on, wrapping around; true when one delivered a valid
@@ -37,6 +38,8 @@ struct DownloadRequest {
 bool DownloadFromSources(RandomPick& hosts, std::vector<std::wstring>& servers, const DownloadRequest& request);
 // One attempt from one host; a host of `servers` that fails is taken out of it, so that the
 // caller does not ask it again. An item of a signed release is fetched within the signed bounds.
+// From a server, an item of the objects format comes by patch or compressed object when it can,
+// and as the plain file otherwise.
 bool DownloadFromHost(const DownloadRequest& request, const std::wstring& host, std::vector<std::wstring>& servers);
 // Every byte outside A-Z a-z 0-9 * - _ . ~ becomes "%XX".
 std::string PercentEncode(const std::string& bytes);

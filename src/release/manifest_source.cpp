@@ -85,6 +85,7 @@ bool ReadManifestFiles(const wJsonObject& manifest, std::vector<ManifestFile>& f
     const wJsonArray* listed = manifest.GetArray(L"files");
     if (!listed)
         return false;
+    bool objectsFormat = IsObjectsFormat(manifest);
     for (const wJsonValue* element : *listed) {
         if (element->type != wJsonType::object)
             continue;
@@ -96,9 +97,14 @@ bool ReadManifestFiles(const wJsonObject& manifest, std::vector<ManifestFile>& f
             s->type != wJsonType::number)
             continue;
         ManifestFile entry;
+        if (objectsFormat) {
+            if (!ReadItemObjects(file, entry.size, entry.objects))
+                continue;
+        } else {
+            entry.size = SizeFromNumber(static_cast<const wJsonNumber*>(s)->Value());
+        }
         entry.name = ManifestPath(file.GetString(L"n"));
         entry.hash = file.GetString(L"h");
-        entry.size = SizeFromNumber(static_cast<const wJsonNumber*>(s)->Value());
         entry.sha256 = file.GetString(L"sha256");
         files.push_back(std::move(entry));
     }

@@ -1,6 +1,8 @@
 // The manifest as the updater and the share peer both fetch it: one GET per domain over the
 // shuffled ring, the body parsed as a JSON object, and the list of files read from it.
 #pragma once
+#include "release/item_objects.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -11,12 +13,14 @@ class wJsonObject;
 struct RandomPick;
 
 // One listed file: "n" with '/' turned into '\', "h" as written, "s" as an unsigned size, and
-// "sha256" as written when it is a string (a signed release requires it).
+// "sha256" as written when it is a string (a signed release requires it); in a manifest of the
+// objects format, also its compressed object and patches.
 struct ManifestFile {
     std::wstring name;
     std::wstring hash;
     uint64_t size = 0;
     std::wstring sha256;
+    ItemObjects objects;
 };
 
 // One GET of "http://" domain pathAndQuery, logged as "HTTP Getting... %s" and
@@ -33,5 +37,6 @@ bool WalkDomainRing(RandomPick& ring, const std::function<bool(const std::wstrin
 // A manifest path with its '/' separators turned into '\'.
 std::wstring ManifestPath(std::wstring path);
 // The "files" entries that have "n" (string), "h" (string) and "s" (number), in manifest order;
-// false when there is no "files" array.
+// false when there is no "files" array. In a manifest of the objects format only the entries
+// that ReadItemObjects also accepts.
 bool ReadManifestFiles(const wJsonObject& manifest, std::vector<ManifestFile>& files);

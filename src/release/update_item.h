@@ -1,6 +1,8 @@
 // UpdateItem: one file whose copy on disk differs from the manifest, as the downloads and the
 // peer datagrams see it.
 #pragma once
+#include "release/item_objects.h"
+
 #include <cstdint>
 #include <set>
 #include <string>
@@ -13,4 +15,5 @@ struct UpdateItem {
     uint64_t size = 0;       // "s"
     uint64_t localSize = 0;
     std::set<uint32_t> peers;  // IPv4 addresses (network order) of peers offering the file
+    ItemObjects objects;       // its compressed object and patches, in a manifest of the objects format
 };

@@ -177,14 +177,16 @@ class ShareFixture(unittest.TestCase):
         shutil.rmtree(self.serve, ignore_errors=True)
         self.processes = []
 
-    def publish(self, files, extra_entries=()):
-        """nginx at 10.78.1.2 with the manifest /m.json of files {manifest name: bytes} under /files."""
+    def publish(self, files, extra_entries=(), members=None):
+        """nginx at 10.78.1.2 with the manifest /m.json of files {manifest name: bytes} under /files,
+        and the further top-level members given."""
         entries = []
         for name, data in files.items():
             write(os.path.join(self.serve, "files", name), data)
             entries.append({"n": name, "h": sha1(data), "s": len(data)})
         entries.extend(extra_entries)
-        write(os.path.join(self.serve, "m.json"), json.dumps({"files": entries, "urlPrefix": "/files"}).encode())
+        manifest = {"files": entries, "urlPrefix": "/files", **(members or {})}
+        write(os.path.join(self.serve, "m.json"), json.dumps(manifest).encode())
         self.server = Nginx(self.serve, SERVER, namespaces["l"])
         self.addCleanup(self.server.stop)
 
@@ -317,6 +319,26 @@ class ShareToUpdater(ShareFixture):
             self.assertEqual(read(os.path.join(again, name)), data, name)
         self.assertEqual(sorted(self.server.requests()[2:]), sorted(
             ["GET /m.json HTTP/1.1 200"] + [f"GET /files/{encoded[name]} HTTP/1.1 200" for name in files]))
+
+    def test_a_file_above_256_mib_of_the_objects_format_comes_from_the_share_peer(self):
+        port = 8093
+        big = bytes(300 << 20)[:-64] + random.randbytes(64)
+        self.publish({"big.bin": big}, members={"format": 2})
+        share = self.share_folder(self.name, {"big.bin": big})
+        process = self.start_share(share, port)
+        self.assertRegex(read_log(share, SHARE_LOG)[10],
+                         rf"^Manifest from {self.server.domain}: 1 files listed, 1 shared \(\d+ ms\)$")
+
+        updater = make_app_folder("share-large-" + self.name)
+        log = self.run_updater(wines["u"], updater, port)
+        at = log.index(f"Peers for (big.bin) ({SHARE})")
+        self.assertEqual(log[at + 1:at + 3], [f"HTTP Getting... http://{SHARE}:{port}/big.bin",
+                                              "HTTP Response Status (200 OK) (Valid 300.0 MB)"])
+        self.assertEqual(read(os.path.join(updater, "big.bin")), big)
+        self.assertEqual(self.server.requests(), ["GET /m.json HTTP/1.1 200"] * 2)
+        self.wait_for_log(share, lambda m: m.startswith(
+            f'Request from {UPDATER}: "GET /big.bin HTTP/1.1" -> 200 ({len(big)} bytes, '))
+        self.stop_share(process, share)
 
     def test_updater_beside_the_share_peer_on_the_same_port(self):
         # The updater runs in the share peer's namespace and Wine prefix: both hold UDP port 8092.

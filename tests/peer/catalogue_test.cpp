@@ -249,3 +249,29 @@ TEST_F(CatalogueTest, AListedFileMissingAtTheRefreshIsSharedOnceItAppears)
 }
 
 }  // namespace
+
+// A file above 256 MiB is shared only when its manifest is of the objects format, and is checked
+// again before it is served whatever its size.
+TEST_F(CatalogueTest, LargeFilesAreSharedInTheObjectsFormat)
+{
+    std::wstring path = root + L"big.bin";
+    HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+    ASSERT_NE(file, INVALID_HANDLE_VALUE);
+    LARGE_INTEGER end;
+    end.QuadPart = 300ll << 20;
+    ASSERT_TRUE(SetFilePointerEx(file, end, nullptr, FILE_BEGIN) && SetEndOfFile(file));
+    CloseHandle(file);
+    ManifestFile big{L"big.bin", L"7A8BF8EFC28275F9957F283C4DEA66CC98B0C29B", 300ull << 20};
+
+    Catalogue catalogue(root);
+    EXPECT_EQ(catalogue.Refresh({big}), 0u);
+    big.objects.listed = true;
+    EXPECT_EQ(catalogue.Refresh({big}), 1u);
+    Touch(path, 5);
+    uint64_t size = 0;
+    UniqueHandle served = catalogue.OpenCurrent(L"big.bin", size);
+    EXPECT_TRUE(served);
+    EXPECT_EQ(size, 300ull << 20);
+    served.Reset();
+    DeleteFileW(path.c_str());
+}

@@ -2,6 +2,7 @@
 // beyond which a file is never hashed, as HashFile keeps it.
 #include <gtest/gtest.h>
 #include "release/body_digest.h"
+#include "release/item_objects.h"
 
 #include <vector>
 
@@ -22,6 +23,20 @@ TEST(BodyDigest, PiecesGiveTheDigestsOfTheWhole)
     // Reading the digests finishes copies: more bytes still count.
     digest.Take("d", 1);
     EXPECT_EQ(digest.Digest().hash, L"81FE8BFE87576C3ECB22426F8E57847382917ACF");  // "abcd"
+}
+
+// A download of an item of the objects format is hashed whatever its size.
+TEST(BodyDigest, AHigherLimitHashesBeyondTheDefault)
+{
+    std::vector<char> piece(kHashPieceSize, 'x');
+    BodyDigest digest(true, kMaxObjectsSize);
+    for (uint64_t taken = 0; taken <= kMaxHashedSize; taken += piece.size())
+        digest.Take(piece.data(), piece.size());
+    FileDigest beyond = digest.Digest();
+    EXPECT_EQ(beyond.size, kMaxHashedSize + kHashPieceSize);
+    // python3: hashlib.sha1(b"x" * (0x10000000 + (4 << 20)))
+    EXPECT_EQ(beyond.hash, L"9C63E9884902AE447DA239EA2DFAE4468A387B0A");
+    EXPECT_TRUE(digest.MatchesSha256(L"C603EDA2C401AC6B90CAE510B5AE03BED76004BF80F35652F70E235157A8DF8D"));
 }
 
 TEST(BodyDigest, EmptyBodyAndNoSha256WhenNotAsked)

@@ -3,6 +3,7 @@
 #include "runtime/iocp.h"
 #include "runtime/text.h"
 #include "release/digest.h"
+#include "release/item_objects.h"
 #include "crypto/sha1.h"
 #include "support/test_path.h"
 
@@ -116,6 +117,29 @@ TEST_F(DigestTest, LargestHashedSizeAndOneByteMore)
     DeleteFileW((base + L"\\limit.bin").c_str());
     DeleteFileW((base + L"\\over.bin").c_str());
     DeleteFileW((base + L"\\big.bin").c_str());
+}
+
+// A caller's higher limit (a manifest of the objects format) has files of any size hashed, in
+// pieces; a lower one refuses what lies above it.
+TEST_F(DigestTest, AGivenLimitReplacesTheDefault)
+{
+    std::wstring big = MakeZeros(L"big.bin", 300ll << 20);
+    std::wstring small = Make(L"small.txt", "abc");
+    FileDigest digest = HashFile(big, kMaxObjectsSize);
+    EXPECT_EQ(digest.hash, L"7A8BF8EFC28275F9957F283C4DEA66CC98B0C29B");
+    EXPECT_EQ(digest.size, 300ull << 20);
+    for (unsigned threads : {1u, 2u}) {
+        std::vector<FileDigest> digests = HashFiles({small, big}, threads, kMaxObjectsSize);
+        ASSERT_EQ(digests.size(), 2u);
+        EXPECT_EQ(digests[0].hash, L"A9993E364706816ABA3E25717850C26C9CD0D89D");
+        EXPECT_EQ(digests[1].hash, L"7A8BF8EFC28275F9957F283C4DEA66CC98B0C29B");
+    }
+    EXPECT_EQ(HashFiles({big}, 1)[0].hash, kUnderscores);
+    FileDigest belowLimit = HashFile(small, 2);
+    EXPECT_EQ(belowLimit.hash, kUnderscores);
+    EXPECT_EQ(belowLimit.size, 3u);
+    DeleteFileW(big.c_str());
+    DeleteFileW(small.c_str());
 }
 
 // A file of several pieces, read on a worker while the hashing runs: the digest is the same.

@@ -109,3 +109,13 @@ def read(path):
 
 def sha1(data):
     return hashlib.sha1(data).hexdigest().upper()
+
+
+def size_text(n):
+    """A byte count as the log writes it (up to 1 GiB)."""
+    if n < 1024:
+        return f"{n} B"
+    if n < 1 << 20:
+        return f"{n // 1024} KB"
+    t = n * 10 // (1 << 20)
+    return f"{t // 10}.{t % 10} MB"
