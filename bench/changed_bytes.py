@@ -15,7 +15,6 @@ loopback figures) and the server's (nginx behind the shaped veth link). The upda
 given a share port. Bytes are nginx's $bytes_sent (headers included) summed over its access log.
 Prints a Markdown section for docs/benchmarks.md."""
 import argparse
-import hashlib
 import json
 import os
 import shutil
@@ -34,6 +33,7 @@ os.environ.setdefault("VEY_WINE_RUN", WINE_RUN)
 import netns  # noqa: E402
 from servers import Nginx  # noqa: E402
 from release_pairs import PACKAGES, Pair  # noqa: E402
+from run import sha1_of, timed  # noqa: E402
 
 PROGRAM = os.path.join(BUILD, "bin", "VeyUpdater.exe")
 NOTHING = os.path.join(BUILD, "bench", "nothing.exe")
@@ -53,31 +53,6 @@ def mib(size):
 
 def share(part, whole):
     return f"{mib(part)} ({100 * part / whole:.1f} %)"
-
-
-def sha1_of(path):
-    digest = hashlib.sha1()
-    with open(path, "rb") as f:
-        for block in iter(lambda: f.read(MIB), b""):
-            digest.update(block)
-    return digest.hexdigest().upper()
-
-
-def windows_path(path):
-    return "Z:" + os.path.abspath(path).replace("/", "\\")
-
-
-def timed(command, env=None):
-    """(wall seconds, peak resident KiB) of a command run under GNU time; fails on a non-zero exit."""
-    with tempfile.NamedTemporaryFile("r", suffix=".rss") as rss:
-        start = time.perf_counter()
-        done = subprocess.run(["/usr/bin/time", "-f", "%M", "-o", rss.name, *command], stdin=subprocess.DEVNULL,
-                              stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, env=env)
-        seconds = time.perf_counter() - start
-        peak = int(rss.read().split()[-1])
-    if done.returncode != 0:
-        raise RuntimeError(f"{command} exited with {done.returncode}: {done.stderr[-2000:]!r}")
-    return seconds, peak
 
 
 class Served:
@@ -286,7 +261,7 @@ class PairBench:
         argument = quote(json.dumps({"domains": [served.domain], "pathAndQuery": "/" + manifest, "argOrg": "",
                                      "httpSharePort": 0}), safe="")
         lab.wine.check_server()
-        seconds, peak = timed(lab.command(WINE_RUN, os.path.join(app, "VeyUpdater.exe"), argument))
+        seconds, peak, _ = timed(lab.command(WINE_RUN, os.path.join(app, "VeyUpdater.exe"), argument))
         requests = served.take()
         for entry in self.manifest["files"]:
             path = os.path.join(app, *entry["n"].split("/"))
@@ -319,12 +294,18 @@ def huge_noop(lab, options, work):
     shutil.copy(PROGRAM, app)
     argument = quote(json.dumps({"domains": [lab.servers["loopback"].domain], "pathAndQuery": "/huge.json",
                                  "argOrg": "", "httpSharePort": 0}), safe="")
-    seconds, peak = timed(lab.command(WINE_RUN, os.path.join(app, "VeyUpdater.exe"), argument))
+    seconds, peak, _ = timed(lab.command(WINE_RUN, os.path.join(app, "VeyUpdater.exe"), argument))
     logs = os.path.join(app, "_logs")
     text = "".join(open(os.path.join(logs, name), encoding="utf-8-sig").read() for name in os.listdir(logs))
     if "Nothing to update!" not in text:
         raise RuntimeError("the run over the 4.5 GiB release found something to do")
     return seconds, peak
+
+
+def table(header, rows):
+    print("| " + " | ".join(header) + " |")
+    print("|" + " --- |" * len(header))
+    print("\n".join(rows) + "\n")
 
 
 def main():
@@ -410,18 +391,11 @@ def main():
 
     print(f"zstd level {options.level}, window 2^{options.window_log}; nothing.exe peaks at "
           f"{nothing_peak / 1024:.0f} MiB\n")
-    print("| pair | changed files | compressed (`zstd`) | patches (`--patch-from`) | smallest forms | manifest |")
-    print("| --- | --- | --- | --- | --- | --- |")
-    print("\n".join(sizes) + "\n")
-    print("| pair | changed files | updater, plain | updater, new format | zsync | casync |")
-    print("| --- | --- | --- | --- | --- | --- |")
-    print("\n".join(fetched) + "\n")
-    print("| pair | link | updater, plain | updater, new format | ratio | zsync | casync |")
-    print("| --- | --- | --- | --- | --- | --- | --- |")
-    print("\n".join(times) + "\n")
-    print("| pair | manifest | peak memory | above nothing.exe |")
-    print("| --- | --- | --- | --- |")
-    print("\n".join(memory) + "\n")
+    table(["pair", "changed files", "compressed (`zstd`)", "patches (`--patch-from`)", "smallest forms", "manifest"],
+          sizes)
+    table(["pair", "changed files", "updater, plain", "updater, new format", "zsync", "casync"], fetched)
+    table(["pair", "link", "updater, plain", "updater, new format", "ratio", "zsync", "casync"], times)
+    table(["pair", "manifest", "peak memory", "above nothing.exe"], memory)
     if huge:
         print(f"No-op over one 4.5 GiB file: {huge[0]:.1f} s, peak {huge[1] / 1024:.0f} MiB "
               f"(+{(huge[1] - nothing_peak) / 1024:.0f} MiB above nothing.exe).\n")
