@@ -33,7 +33,7 @@ os.environ.setdefault("VEY_WINE_RUN", WINE_RUN)
 import netns  # noqa: E402
 from servers import Nginx  # noqa: E402
 from release_pairs import PACKAGES, Pair  # noqa: E402
-from run import sha1_of, timed  # noqa: E402
+from run import log_messages, sha1_of, timed  # noqa: E402
 
 PROGRAM = os.path.join(BUILD, "bin", "VeyUpdater.exe")
 NOTHING = os.path.join(BUILD, "bench", "nothing.exe")
@@ -72,7 +72,7 @@ class Served:
         new, self.seen = lines[self.seen:], len(lines)
         taken = []
         for line in new:
-            method, path, _version, status, sent = line.split(" ")
+            _method, path, _version, status, sent = line.split(" ")
             taken.append((path, int(status), int(sent)))
         return taken
 
@@ -295,9 +295,7 @@ def huge_noop(lab, options, work):
     argument = quote(json.dumps({"domains": [lab.servers["loopback"].domain], "pathAndQuery": "/huge.json",
                                  "argOrg": "", "httpSharePort": 0}), safe="")
     seconds, peak, _ = timed(lab.command(WINE_RUN, os.path.join(app, "VeyUpdater.exe"), argument))
-    logs = os.path.join(app, "_logs")
-    text = "".join(open(os.path.join(logs, name), encoding="utf-8-sig").read() for name in os.listdir(logs))
-    if "Nothing to update!" not in text:
+    if "Nothing to update!" not in log_messages(app):
         raise RuntimeError("the run over the 4.5 GiB release found something to do")
     return seconds, peak
 
@@ -375,6 +373,12 @@ def main():
                 notes.append(f"{package}: the updater fetched {sent('site')} bytes against the target's "
                              f"{limit:.0f} (1.02 × the smallest forms plus the manifest): "
                              f"{'met' if sent('site') <= limit else 'not met'}.")
+                shaped = ways["site"].median_seconds(RATE) / ways["plain"].median_seconds(RATE)
+                above = (max(ways["site"].peaks) - nothing_peak) / 1024
+                notes.append(f"{package}: over {RATE} the new format took {shaped:.2f}× the plain update's time "
+                             f"(target ≤ 0.5×: {'met' if shaped <= 0.5 else 'not met'}); its peak memory is "
+                             f"{above:.0f} MiB above nothing.exe's (target ≤ 64 MiB: "
+                             f"{'met' if above <= 64 else 'not met'}).")
             for network in ("loopback", RATE):
                 site_time = ways["site"].time_text(network) if site_ready else "waits for the updater side"
                 ratio = (f"{ways['site'].median_seconds(network) / ways['plain'].median_seconds(network):.2f}×"
