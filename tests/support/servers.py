@@ -23,9 +23,9 @@ def free_port():
 
 class Nginx:
     """nginx serving `root` on 127.0.0.1, or on an address inside a network namespace; the access
-    log records every request path."""
+    log records every request path (and whatever else `log_format` adds, such as "$bytes_sent")."""
 
-    def __init__(self, root, address="127.0.0.1", namespace=None):
+    def __init__(self, root, address="127.0.0.1", namespace=None, log_format="$request $status"):
         self.root = os.path.abspath(root)
         self.address = address
         self.port = free_port()
@@ -46,7 +46,7 @@ http {{
     fastcgi_temp_path {self.folder}/fastcgi;
     uwsgi_temp_path {self.folder}/uwsgi;
     scgi_temp_path {self.folder}/scgi;
-    log_format plain '$request $status';
+    log_format plain '{log_format}';
     access_log {self.access_log} plain;
     server {{
         listen {address}:{self.port};
