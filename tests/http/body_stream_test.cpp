@@ -4,9 +4,9 @@
 // redirect's, chunked, refused at the head).
 #include <gtest/gtest.h>
 #include "http/request.h"
+#include "http/responses.h"
 #include "http/script_server.h"
 #include "support/patience.h"
-#include "support/random_bytes.h"
 
 #include <windows.h>
 
@@ -14,25 +14,6 @@
 #include <vector>
 
 namespace {
-
-std::string RandomText(size_t count)
-{
-    std::vector<uint8_t> bytes = RandomBytes(count);
-    return std::string(bytes.begin(), bytes.end());
-}
-
-std::string Ok(const std::string& body)
-{
-    return "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
-}
-
-Script Send(const std::string& bytes, bool hold = false)
-{
-    Script script;
-    script.chunks.push_back(Chunk{bytes, 0});
-    script.hold = hold;
-    return script;
-}
 
 // Keeps what it is handed, piece by piece; refuses once it holds `refuseAfter` bytes or more, and
 // sets `reached` once it holds `signalAt` bytes or more.
@@ -58,6 +39,15 @@ public:
     bool refused = false;
     int takenAfterRefusal = 0;
 };
+
+// Requests `response` from a scripted server, with `stream` taking the body.
+void Fetch(HttpRequest& request, RecordedStream& stream, const std::string& response)
+{
+    ScriptServer server;
+    server.Start({Send(response)});
+    request.bodyStream = &stream;
+    request.Execute(server.Url(L"/object"));
+}
 
 }  // namespace
 
@@ -159,13 +149,10 @@ TEST(HttpBodyStream, BodiesOfOtherStatusesAreNotHandedOver)
 {
     for (const char* status : {"404 Not Found", "500 Internal Server Error", "206 Partial Content", "303 See Other"}) {
         std::string body = "the body of a " + std::string(status) + " answer";
-        ScriptServer server;
-        server.Start({Send("HTTP/1.1 " + std::string(status) + "\r\nContent-Length: " + std::to_string(body.size()) +
-                           "\r\n\r\n" + body)});
         RecordedStream stream;
         HttpRequest request;
-        request.bodyStream = &stream;
-        request.Execute(server.Url(L"/missing"));
+        Fetch(request, stream, "HTTP/1.1 " + std::string(status) + "\r\nContent-Length: " +
+                                   std::to_string(body.size()) + "\r\n\r\n" + body);
         EXPECT_EQ(request.status, static_cast<uint32_t>(std::stoul(status))) << status;
         EXPECT_TRUE(stream.pieces.empty()) << status;
         EXPECT_EQ(request.responseBodyLength, static_cast<int64_t>(body.size())) << status;
@@ -195,13 +182,10 @@ TEST(HttpBodyStream, RefusedResponsesHandNothingOver)
         "HTTP/1.1 200 OK\r\nContent-Length: 2000\r\n\r\n" + RandomText(2000),  // beyond the body limit
     };
     for (const std::string& response : refusals) {
-        ScriptServer server;
-        server.Start({Send(response)});
         RecordedStream stream;
         HttpRequest request;
-        request.bodyStream = &stream;
         request.bodyLimit = 1000;
-        request.Execute(server.Url(L"/refused"));
+        Fetch(request, stream, response);
         EXPECT_EQ(request.status, 0u) << response.substr(0, 60);
         EXPECT_TRUE(stream.pieces.empty()) << response.substr(0, 60);
     }
@@ -215,12 +199,9 @@ TEST(HttpBodyStream, BodyCutShortOrWithoutLengthFailsTheRequest)
         "HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n" + body,  // no length: the end is unknown
     };
     for (const std::string& response : cut) {
-        ScriptServer server;
-        server.Start({Send(response)});
         RecordedStream stream;
         HttpRequest request;
-        request.bodyStream = &stream;
-        request.Execute(server.Url(L"/cut"));
+        Fetch(request, stream, response);
         EXPECT_EQ(request.status, 0u);
         // What was handed over is the body's start, never more than arrived.
         EXPECT_TRUE(stream.bytes == body.substr(0, stream.bytes.size()));
