@@ -41,6 +41,22 @@ def run_windows(program, args=(), timeout=PATIENCE, address_space_kib=None, cwd=
     return done.returncode, done.stdout
 
 
+def start_windows(program, args=()):
+    """Starts a Windows program under Wine, its console output on a pipe; returns the Popen."""
+    return subprocess.Popen([WINE_RUN, program, *args], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                            stderr=subprocess.DEVNULL)
+
+
+def kill_windows(process):
+    """Kills a program that start_windows started, at once, and reaps it."""
+    import signal
+    if process.poll() is None:
+        process.send_signal(signal.SIGKILL)
+    process.stdout.read()
+    process.wait(PATIENCE)
+    process.stdout.close()
+
+
 import glob
 import re
 import shutil
