@@ -191,11 +191,7 @@ class KilledDecoding(unittest.TestCase):
             delay = rng.uniform(0, duration)
             folder = self.installation()
             process = self.start(folder)
-            try:
-                process.wait(delay)
-            except subprocess.TimeoutExpired:
-                pass
-            kill_windows(process)
+            kill_windows(process, delay)
             moment = f"after {delay * 1000:.0f} ms"
             new = self.check_killed(folder, moment)
             outcomes.append(len(new))

@@ -47,9 +47,14 @@ def start_windows(program, args=()):
                             stderr=subprocess.DEVNULL)
 
 
-def kill_windows(process):
-    """Kills a program that start_windows started, at once, and reaps it."""
+def kill_windows(process, after=0):
+    """Kills a program that start_windows started, once `after` seconds have passed or at once,
+    unless it has ended by then, and reaps it."""
     import signal
+    try:
+        process.wait(after)
+    except subprocess.TimeoutExpired:
+        pass
     if process.poll() is None:
         process.send_signal(signal.SIGKILL)
     process.stdout.read()
