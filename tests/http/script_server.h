@@ -1,8 +1,8 @@
 // A scripted HTTP server for the wire tests: one listening socket on 127.0.0.1 or ::1 with an
 // ephemeral port, and a thread that serves one script per accepted connection, in order. For
 // each connection it records the request (head, and body by its Content-Length), sends the
-// script's chunks with their pauses (and the events they wait for), then closes the connection or holds it until the client
-// closes it. It talks to loopback only.
+// script's chunks with their pauses (and after the events they wait for), then closes the
+// connection or holds it until the client closes it. It talks to loopback only.
 #pragma once
 #include "support/patience.h"
 

@@ -2,6 +2,7 @@
 their logs, and small file helpers."""
 import hashlib
 import os
+import signal
 import subprocess
 import time
 
@@ -50,7 +51,6 @@ def start_windows(program, args=()):
 def kill_windows(process, after=0):
     """Kills a program that start_windows started, once `after` seconds have passed or at once,
     unless it has ended by then, and reaps it."""
-    import signal
     try:
         process.wait(after)
     except subprocess.TimeoutExpired:
