@@ -39,6 +39,22 @@ public:
     // arithmetic: history that lies before the block in the ring without wrapping.
     const uint8_t* NearStart() const { return head >= held ? ring.get() + head - held : ring.get(); }
 
+    // The source of a match from `out` (inside the block) `distance` bytes back that lies in the
+    // history wrapped round the ring's end, whole before that end; null when it does not. Only
+    // for a distance beyond NearStart(). The block never overlaps the history, so the copy may
+    // run in whole chunks.
+    const uint8_t* WrappedSource(const uint8_t* out, size_t distance, size_t length) const
+    {
+        size_t inBlock = static_cast<size_t>(out - (ring.get() + head));
+        if (head >= held || distance > held + inBlock)
+            return nullptr;
+        size_t physical = head + inBlock + size - distance;
+        return physical + length <= size ? ring.get() + physical : nullptr;
+    }
+    // What to add to an address before NearStart() to reach the history wrapped round the
+    // ring's end (for cache hints).
+    size_t WrapSpan() const { return head >= held ? 0 : size; }
+
     size_t Capacity() const { return allocated; }
 
 private:
