@@ -138,16 +138,22 @@ ZstdError ExecuteSequences(const uint8_t* stream, size_t size, unsigned count, c
     // only: damaged lengths may take it anywhere.
     uintptr_t ahead = reinterpret_cast<uintptr_t>(out);
     const size_t wrapSpan = window.WrapSpan();
+    const uintptr_t frameStart = window.FrameStart();
+    const uintptr_t prefixEnd = window.PrefixEnd();
     auto hint = [&](const Sequence& sequence) {
         ahead += sequence.literalLength;
         uintptr_t source = ahead - sequence.offset;
-        if (source < reinterpret_cast<uintptr_t>(near))
-            source += wrapSpan;
+        if (source < reinterpret_cast<uintptr_t>(near)) {
+            // Before the frame's start: in the old file; else wrapped round the ring.
+            size_t here = ahead - frameStart;
+            source = sequence.offset > here && prefixEnd ? prefixEnd - (sequence.offset - here) : source + wrapSpan;
+        }
         PrefetchLine(source);
         ahead += sequence.matchLength;
     };
     // Round i reads sequence i and carries out sequence i - kAhead.
     Sequence queue[kAhead] = {};
+    bool wild = false;
     for (unsigned i = 0; i < count + kAhead; ++i) {
         Sequence& slot = queue[i % kAhead];
         const Sequence sequence = slot;
@@ -173,6 +179,11 @@ ZstdError ExecuteSequences(const uint8_t* stream, size_t size, unsigned count, c
             CopyNear(out, sequence.offset, sequence.matchLength);
         } else if (const uint8_t* source = window.WrappedSource(out, sequence.offset, sequence.matchLength)) {
             WildCopy16(out, source, sequence.matchLength);
+        } else if (const uint8_t* old = window.PrefixSource(out, sequence.offset, sequence.matchLength, wild)) {
+            if (wild)
+                WildCopy16(out, old, sequence.matchLength);
+            else
+                std::memcpy(out, old, sequence.matchLength);
         } else {
             bool readFailed;
             if (!window.CopyMatch(out, sequence.offset, sequence.matchLength, readFailed))

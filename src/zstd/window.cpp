@@ -5,7 +5,7 @@
 #include <cstring>
 
 Window::Window(ZstdSink& sink, HistoryReader* prefix, uint64_t prefixSize)
-    : sink(sink), prefix(prefix), prefixSize(prefix ? prefixSize : 0)
+    : sink(sink), prefix(prefix), prefixSize(prefix ? prefixSize : 0), prefixView(prefix ? prefix->View() : nullptr)
 {
 }
 

@@ -51,6 +51,27 @@ public:
         size_t physical = head + inBlock + size - distance;
         return physical + length <= size ? ring.get() + physical : nullptr;
     }
+    // The source of a match from `out` (inside the block) `distance` bytes back that lies
+    // wholly in the old file when the prefix reader keeps it in memory; null otherwise.
+    // `wild` tells whether 15 bytes more may be read past the match.
+    const uint8_t* PrefixSource(const uint8_t* out, size_t distance, size_t length, bool& wild) const
+    {
+        if (!prefixView)
+            return nullptr;
+        uint64_t here = static_cast<uint64_t>(produced) + static_cast<uint64_t>(out - (ring.get() + head));
+        if (distance < here + length || distance > here + prefixSize)
+            return nullptr;
+        uint64_t back = distance - here;
+        wild = back >= length + 16;
+        return prefixView + (prefixSize - back);
+    }
+    // Where the frame's first byte would lie if the whole frame were in memory before the
+    // block, and the end of the old file when it is in memory (0 when not); for cache hints.
+    uintptr_t FrameStart() const
+    {
+        return reinterpret_cast<uintptr_t>(ring.get() + head) - static_cast<uintptr_t>(produced);
+    }
+    uintptr_t PrefixEnd() const { return prefixView ? reinterpret_cast<uintptr_t>(prefixView + prefixSize) : 0; }
     // What to add to an address before NearStart() to reach the history wrapped round the
     // ring's end (for cache hints).
     size_t WrapSpan() const { return head >= held ? 0 : size; }
@@ -66,6 +87,7 @@ private:
     ZstdSink& sink;
     HistoryReader* prefix;
     uint64_t prefixSize;
+    const uint8_t* prefixView;  // the old file in memory, or null
     std::unique_ptr<uint8_t[]> ring;
     size_t allocated = 0;  // bytes of `ring`: size + kBlockMax + kCopySlack
     size_t size = 0;       // the ring's span; a block past it runs on into the tail and is folded back
