@@ -1,6 +1,8 @@
 // Window: the recent output of a frame (and, before it, the end of the old file of a patch) in a
 // ring of bounded size, where a block is decoded in place. Bytes further back are read where they
-// already are: the sink (output written so far) or the prefix reader (the old file).
+// already are: the sink (output written so far) or the prefix reader (the old file). The output
+// goes to the sink from the ring in pieces of up to kFlushSize, since each write of a file costs
+// a system call (under Wine, a round trip to its server).
 #pragma once
 #include "zstd/decoder.h"
 
@@ -13,6 +15,8 @@ constexpr size_t kBlockMax = 128 * 1024;
 constexpr size_t kCopySlack = 64;
 // The most recent output the ring holds, whatever the frame's window.
 constexpr size_t kRingHistoryMax = 8 * 1024 * 1024;
+// The output the ring gathers before handing it to the sink.
+constexpr size_t kFlushSize = 1024 * 1024;
 
 class Window {
 public:
@@ -29,6 +33,12 @@ public:
     uint8_t* BlockStart() { return ring.get() + head; }
     // Takes `length` decoded bytes at BlockStart() into the history.
     void EndBlock(size_t length);
+    // True when the output not yet handed to the sink should go now: a full piece, or as much
+    // as the next block could overwrite.
+    bool FlushDue() const { return pending >= kFlushSize || pending + kBlockMax > historyMax; }
+    // Hands the output not yet handed to the sink, adding its size to `written`; false when the
+    // sink refuses it. Matches that reach beyond the ring read only output handed before.
+    bool Flush(uint64_t& written);
 
     // Copies `length` bytes from `distance` bytes before `out` (inside the block being decoded)
     // to `out`: from the ring, or from the sink and the prefix. False when the distance reaches
@@ -95,6 +105,7 @@ private:
     size_t historyLimit = 0;  // most history the frame can use: its window and the prefix
     size_t head = 0;       // where the next block starts in the ring
     size_t held = 0;       // history bytes behind `head` that the ring holds
+    size_t pending = 0;    // the newest of them, not yet handed to the sink (never above `held`)
     int64_t produced = 0;  // the frame's bytes before the current block
     uint64_t sinkStart = 0;
 };
