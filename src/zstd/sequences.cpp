@@ -14,11 +14,12 @@ struct Sequence {
     size_t offset;
 };
 
+// No sequence: the value of the indexes below while nothing happened.
 constexpr unsigned kNone = ~0u;
 
 class SequenceReader {
 public:
-    SequenceReader(const SequenceInput& input)
+    explicit SequenceReader(const SequenceInput& input)
         : literalRows(input.tables[0]->rows), offsetRows(input.tables[1]->rows), matchRows(input.tables[2]->rows),
           rep0(input.repeats[0]), rep1(input.repeats[1]), rep2(input.repeats[2])
     {
@@ -89,9 +90,9 @@ public:
 
     // The error of a sequence that could not be carried out: once the stream was read past its
     // start, whatever broke, the cause is the stream's end.
-    ZstdError Failure(unsigned index, ZstdError error) const
+    ZstdError Failure(unsigned number, ZstdError error) const
     {
-        return index >= overreadAt ? ZstdError::SequencesEnd : error;
+        return number >= overreadAt ? ZstdError::SequencesEnd : error;
     }
 
     // The first sequence whose repeat offset worked out to 0 (kNone when none), and its error.
