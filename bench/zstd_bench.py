@@ -171,7 +171,7 @@ def main():
     with open(DOC) as doc:
         text = doc.read()
     section = re.compile(r"## Zstandard decoder\n.*?(?=\n## |\Z)", re.S)
-    text = section.sub(lambda _: table.rstrip("\n"), text) if section.search(text) else text.rstrip("\n") + "\n\n" + table
+    text = section.sub(lambda _: table.rstrip("\n") + "\n", text) if section.search(text) else text.rstrip("\n") + "\n\n" + table
     with open(DOC, "w") as doc:
         doc.write(text)
 
