@@ -16,6 +16,6 @@ vey_fuzz_target(ed25519 ALONE SOURCES crypto/ed25519.cpp crypto/field25519.cpp c
 vey_fuzz_target(argument SOURCES json/value.cpp json/parser.cpp json/writer.cpp app/pipe_name.cpp)
 vey_fuzz_target(item_objects SOURCES release/item_objects.cpp json/value.cpp json/parser.cpp json/writer.cpp)
 vey_fuzz_target(zstd_diff ALONE LIBS zstd SOURCES zstd/block.cpp zstd/decoder.cpp zstd/errors.cpp zstd/fse.cpp
-    zstd/huffman.cpp zstd/window.cpp zstd/xxhash64.cpp)
+    zstd/huffman.cpp zstd/sequences.cpp zstd/window.cpp zstd/xxhash64.cpp)
 vey_fuzz_target(zstd_made ALONE LIBS zstd SOURCES zstd/block.cpp zstd/decoder.cpp zstd/errors.cpp zstd/fse.cpp
-    zstd/huffman.cpp zstd/window.cpp zstd/xxhash64.cpp)
+    zstd/huffman.cpp zstd/sequences.cpp zstd/window.cpp zstd/xxhash64.cpp)

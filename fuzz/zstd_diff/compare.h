@@ -54,6 +54,7 @@ public:
         std::memcpy(buffer, data + position, length);
         return true;
     }
+    const uint8_t* View() override { return data; }
 
 private:
     const uint8_t* data;

@@ -6,6 +6,10 @@
 #include <cstdint>
 #include <cstring>
 
+#if defined(_MSC_VER)
+#include <intrin.h>
+#endif
+
 inline uint64_t LoadLe64(const uint8_t* p)
 {
     uint64_t value;
@@ -13,7 +17,17 @@ inline uint64_t LoadLe64(const uint8_t* p)
     return value;
 }
 
-inline unsigned HighBit32(uint32_t value) { return 31 - static_cast<unsigned>(__builtin_clz(value)); }
+// The index of the highest set bit of a value other than 0.
+inline unsigned HighBit32(uint32_t value)
+{
+#if defined(_MSC_VER)
+    unsigned long index;
+    _BitScanReverse(&index, value);
+    return static_cast<unsigned>(index);
+#else
+    return 31 - static_cast<unsigned>(__builtin_clz(value));
+#endif
+}
 
 // Holds up to 64 bits of the stream, the next bits to read at the top. `consumed` counts the
 // bits of the held word already read; above 64 the stream was read past its first byte.
@@ -68,6 +82,14 @@ public:
             back = static_cast<size_t>(cursor - begin);
         cursor -= back;
         consumed -= static_cast<unsigned>(back * 8);
+        word = LoadLe64(cursor);
+    }
+
+    // Reload for a stream known to be Roomy(): no checks.
+    void ReloadRoomy()
+    {
+        cursor -= consumed >> 3;
+        consumed &= 7;
         word = LoadLe64(cursor);
     }
 

@@ -1,8 +1,7 @@
-// Compressed blocks: the literals section, the sequence tables, and the sequences executed with
-// whole-chunk copies into the window.
+// Compressed blocks: the literals section and the sequence tables, then the sequences carried
+// out into the window.
 #include "zstd/block.h"
 
-#include "zstd/bits.h"
 #include "zstd/fse.h"
 
 #include <cstring>
@@ -82,53 +81,6 @@ const Defaults& DefaultTables()
 {
     static const Defaults defaults;
     return defaults;
-}
-
-// Copies whole 16-byte chunks: may write up to 15 bytes past `length`.
-inline void WildCopy16(uint8_t* out, const uint8_t* from, size_t length)
-{
-    uint8_t* end = out + length;
-    do {
-        std::memcpy(out, from, 16);
-        out += 16;
-        from += 16;
-    } while (out < end);
-}
-
-// Copies a match whose source lies `offset` bytes back in the same buffer; may write up to 15
-// bytes past `length`. A short offset repeats a pattern: once its first 16 bytes are out, copies
-// from a multiple of the offset at least 16 back move 16 bytes at a time without overlap.
-inline void CopyNear(uint8_t* out, size_t offset, size_t length)
-{
-    const uint8_t* from = out - offset;
-    if (offset >= 16) {
-        WildCopy16(out, from, length);
-        return;
-    }
-    if (offset >= 8) {
-        std::memcpy(out, from, 8);
-        std::memcpy(out + 8, from + 8, 8);
-    } else {
-        for (int i = 0; i < 16; ++i)
-            out[i] = from[i];
-    }
-    if (length <= 16)
-        return;
-    size_t step = offset * ((16 + offset - 1) / offset);
-    uint8_t* end = out + length;
-    out += 16;
-    do {
-        std::memcpy(out, out - step, 16);
-        out += 16;
-    } while (out < end);
-}
-
-// A sequence read past the start of the stream has made-up values: whatever they broke, the
-// cause is the stream's end. That, and bits left over at the end, are told apart from other
-// damage, since some decoders let them pass.
-inline ZstdError Failed(const BackwardBits& bits, ZstdError error)
-{
-    return bits.Overread() ? ZstdError::SequencesEnd : error;
 }
 
 }  // namespace
@@ -294,94 +246,6 @@ ZstdError BlockDecoder::Decode(const uint8_t* data, size_t size, size_t blockMax
     error = ReadTables(data, size, used);
     if (error != ZstdError::None)
         return error;
-    return Execute(data + used, size - used, count, blockMax, window, decoded);
-}
-
-ZstdError BlockDecoder::Execute(const uint8_t* stream, size_t size, unsigned count, size_t blockMax, Window& window,
-                                size_t& decoded)
-{
-    BackwardBits bits;
-    if (!bits.Start(stream, size))
-        return ZstdError::Sequences;
-    const SequenceRow* literalRows = active[0]->rows;
-    const SequenceRow* offsetRows = active[1]->rows;
-    const SequenceRow* matchRows = active[2]->rows;
-    unsigned literalState = static_cast<unsigned>(bits.Read(active[0]->log));
-    unsigned offsetState = static_cast<unsigned>(bits.Read(active[1]->log));
-    unsigned matchState = static_cast<unsigned>(bits.Read(active[2]->log));
-    uint8_t* const start = window.BlockStart();
-    const uint8_t* const near = window.NearStart();
-    uint8_t* out = start;
-    uint8_t* const end = start + blockMax;
-    const uint8_t* literal = literals.get();
-    const uint8_t* const literalEnd = literal + literalCount;
-    uint32_t rep0 = repeats[0], rep1 = repeats[1], rep2 = repeats[2];
-    for (unsigned i = 0; i < count; ++i) {
-        bits.Reload();
-        // Copies, so that the writes below cannot make the compiler load them again.
-        const SequenceRow of = offsetRows[offsetState];
-        const SequenceRow ml = matchRows[matchState];
-        const SequenceRow ll = literalRows[literalState];
-        uint32_t offsetValue = of.base + static_cast<uint32_t>(bits.Read(of.extraBits));
-        size_t matchLength = ml.base + static_cast<size_t>(bits.Read(ml.extraBits));
-        if (of.extraBits + ml.extraBits + ll.extraBits > 56)
-            bits.Reload();
-        size_t literalLength = ll.base + static_cast<size_t>(bits.Read(ll.extraBits));
-        uint32_t offset;
-        if (offsetValue > 3) {
-            offset = offsetValue - 3;
-            rep2 = rep1;
-            rep1 = rep0;
-            rep0 = offset;
-        } else {
-            unsigned index = offsetValue - 1 + (literalLength == 0);
-            if (index == 0) {
-                offset = rep0;
-            } else {
-                offset = index == 1 ? rep1 : index == 2 ? rep2 : rep0 - 1;
-                if (offset == 0)
-                    return Failed(bits, ZstdError::ZeroOffset);
-                if (index != 1)
-                    rep2 = rep1;
-                rep1 = rep0;
-                rep0 = offset;
-            }
-        }
-        if (i + 1 < count) {
-            bits.Reload();
-            literalState = ll.nextBase + static_cast<unsigned>(bits.Read(ll.stateBits));
-            matchState = ml.nextBase + static_cast<unsigned>(bits.Read(ml.stateBits));
-            offsetState = of.nextBase + static_cast<unsigned>(bits.Read(of.stateBits));
-        }
-        if (literalLength > static_cast<size_t>(literalEnd - literal))
-            return Failed(bits, ZstdError::Sequences);
-        if (literalLength + matchLength > static_cast<size_t>(end - out))
-            return Failed(bits, ZstdError::BlockSize);
-        if (literalLength) {
-            WildCopy16(out, literal, literalLength);
-            out += literalLength;
-            literal += literalLength;
-        }
-        if (offset <= static_cast<size_t>(out - near)) {
-            CopyNear(out, offset, matchLength);
-        } else {
-            bool readFailed;
-            if (!window.CopyMatch(out, offset, matchLength, readFailed))
-                return readFailed ? ZstdError::Read : Failed(bits, ZstdError::Offset);
-        }
-        out += matchLength;
-    }
-    bits.Reload();
-    if (!bits.Exhausted())
-        return ZstdError::SequencesEnd;
-    size_t rest = static_cast<size_t>(literalEnd - literal);
-    if (rest > static_cast<size_t>(end - out))
-        return ZstdError::BlockSize;
-    std::memcpy(out, literal, rest);
-    out += rest;
-    repeats[0] = rep0;
-    repeats[1] = rep1;
-    repeats[2] = rep2;
-    decoded = static_cast<size_t>(out - start);
-    return ZstdError::None;
+    SequenceInput input{{active[0], active[1], active[2]}, repeats, literals.get(), literalCount};
+    return ExecuteSequences(data + used, size - used, count, input, blockMax, window, decoded);
 }

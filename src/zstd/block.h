@@ -4,24 +4,12 @@
 #pragma once
 #include "zstd/decoder.h"
 #include "zstd/huffman.h"
+#include "zstd/sequences.h"
 #include "zstd/window.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-
-// One state of a sequence table: the code's baseline and extra bits beside the FSE step.
-struct SequenceRow {
-    uint32_t base;
-    uint16_t nextBase;
-    uint8_t stateBits;
-    uint8_t extraBits;
-};
-
-struct SequenceTable {
-    SequenceRow rows[512];
-    unsigned log;
-};
 
 class BlockDecoder {
 public:
@@ -38,8 +26,6 @@ public:
 private:
     ZstdError ReadLiterals(const uint8_t* data, size_t size, size_t blockMax, size_t& used);
     ZstdError ReadTables(const uint8_t* data, size_t size, size_t& used);
-    ZstdError Execute(const uint8_t* stream, size_t size, unsigned count, size_t blockMax, Window& window,
-                      size_t& decoded);
 
     HuffmanTable huffman;
     SequenceTable custom[3];         // literals lengths, offsets, match lengths

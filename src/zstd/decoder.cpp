@@ -35,7 +35,7 @@ uint64_t LoadLe(const uint8_t* p, size_t size)
 
 struct ZstdDecoder::State {
     State(const ZstdLimits& limits, ZstdSink& sink, HistoryReader* prefix, uint64_t prefixSize)
-        : limits(limits), sink(sink), window(sink, prefix, prefixSize), gathered(new uint8_t[kBlockMax + 16])
+        : limits(limits), window(sink, prefix, prefixSize), gathered(new uint8_t[kBlockMax + 16])
     {
     }
 
@@ -54,7 +54,6 @@ struct ZstdDecoder::State {
     }
 
     ZstdLimits limits;
-    ZstdSink& sink;
     Window window;
     BlockDecoder blocks;
     Xxh64 checksum;
@@ -237,6 +236,9 @@ ZstdError ZstdDecoder::State::EndBlock()
         Expect(Unit::BlockHeader, 3);
         return ZstdError::None;
     }
+    // The next frame's output follows this one's in the sink.
+    if (!window.Flush(written))
+        return ZstdError::Write;
     if (sizeKnown && decoded != contentSize)
         return ZstdError::ContentSize;
     Expect(hasChecksum ? Unit::Checksum : Unit::Magic, 4);
@@ -249,14 +251,12 @@ ZstdError ZstdDecoder::State::Emit(size_t length)
         return ZstdError::ContentSize;
     if (length > limits.maxContent - decoded)
         return ZstdError::ContentTooLarge;
-    const uint8_t* out = window.BlockStart();
-    if (length && !sink.Write(out, length))
-        return ZstdError::Write;
     if (hasChecksum)
-        checksum.Update(out, length);
+        checksum.Update(window.BlockStart(), length);
     window.EndBlock(length);
     decoded += length;
-    written += length;
+    if (window.FlushDue() && !window.Flush(written))
+        return ZstdError::Write;
     return ZstdError::None;
 }
 

@@ -52,6 +52,10 @@ public:
     virtual ~HistoryReader() = default;
     // Copies `length` bytes from `position` into `buffer`; false when they cannot all be read.
     virtual bool ReadAt(uint64_t position, void* buffer, size_t length) = 0;
+    // All the bytes at once when they lie in memory (a mapped file), so that matches copy
+    // straight from them; null otherwise. The prefix reader's view must stay valid and
+    // unchanged while the decoder lives.
+    virtual const uint8_t* View() { return nullptr; }
 };
 
 // Where the output goes: appended in order, and read back (ReadAt, positions counted from the

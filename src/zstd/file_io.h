@@ -41,6 +41,7 @@ public:
     uint64_t Size() const { return size; }
 
     bool ReadAt(uint64_t position, void* buffer, size_t length) override;
+    const uint8_t* View() override { return view; }
 
 private:
     UniqueHandle mapping;

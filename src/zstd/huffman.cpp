@@ -142,11 +142,16 @@ ZstdError ReadHuffmanTable(const uint8_t* data, size_t size, HuffmanTable& table
 
 namespace {
 
-inline uint8_t DecodeSymbol(const HuffmanTable& table, BackwardBits& bits)
+inline uint8_t DecodeSymbol(const uint16_t* rows, unsigned maxBits, BackwardBits& bits)
 {
-    uint16_t row = table.rows[bits.Peek(table.maxBits)];
+    uint16_t row = rows[bits.Peek(maxBits)];
     bits.Skip(row >> 8);
     return static_cast<uint8_t>(row);
+}
+
+inline uint8_t DecodeSymbol(const HuffmanTable& table, BackwardBits& bits)
+{
+    return DecodeSymbol(table.rows, table.maxBits, bits);
 }
 
 // Decodes symbols one at a time up to `end`, refilling as it goes.
@@ -174,15 +179,21 @@ ZstdError DecodeHuffmanStream(const HuffmanTable& table, const uint8_t* data, si
     if (!bits.Start(data, size))
         return size ? ZstdError::HuffmanEnd : ZstdError::Huffman;
     uint8_t* end = out + count;
-    // Four symbols of at most 11 bits fit in the 56 bits a refill guarantees.
-    while (end - out >= 4 && bits.Roomy()) {
-        bits.Reload();
-        out[0] = DecodeSymbol(table, bits);
-        out[1] = DecodeSymbol(table, bits);
-        out[2] = DecodeSymbol(table, bits);
-        out[3] = DecodeSymbol(table, bits);
-        out += 4;
+    // Five symbols of at most 11 bits fit in the 57 bits a refill guarantees. The table and the
+    // bits are held in locals, which the symbols' byte stores cannot be taken to change.
+    const uint16_t* rows = table.rows;
+    const unsigned maxBits = table.maxBits;
+    BackwardBits fast = bits;
+    while (end - out >= 5 && fast.Roomy()) {
+        fast.ReloadRoomy();
+        out[0] = DecodeSymbol(rows, maxBits, fast);
+        out[1] = DecodeSymbol(rows, maxBits, fast);
+        out[2] = DecodeSymbol(rows, maxBits, fast);
+        out[3] = DecodeSymbol(rows, maxBits, fast);
+        out[4] = DecodeSymbol(rows, maxBits, fast);
+        out += 5;
     }
+    bits = fast;
     DecodeTail(table, bits, out, end);
     return StreamEnd(bits);
 }
@@ -214,16 +225,31 @@ ZstdError DecodeHuffmanStreams(const HuffmanTable& table, const uint8_t* data, s
         outs[i] = out + i * segment;
         ends[i] = i == 3 ? out + count : outs[i] + segment;
     }
-    // The fourth segment is the shortest, so it bounds the interleaved loop.
-    while (ends[3] - outs[3] >= 4 && bits[0].Roomy() && bits[1].Roomy() && bits[2].Roomy() && bits[3].Roomy()) {
-        for (int i = 0; i < 4; ++i)
-            bits[i].Reload();
-        for (int k = 0; k < 4; ++k)
-            for (int i = 0; i < 4; ++i)
-                outs[i][k] = DecodeSymbol(table, bits[i]);
-        for (int i = 0; i < 4; ++i)
-            outs[i] += 4;
+    // The fourth segment is the shortest, so it bounds the interleaved loop. Five symbols of at
+    // most 11 bits per stream fit in the 57 bits a refill guarantees; the table, the bits and
+    // the outputs are held in locals, which the symbols' byte stores cannot be taken to change.
+    const uint16_t* rows = table.rows;
+    const unsigned maxBits = table.maxBits;
+    BackwardBits b0 = bits[0], b1 = bits[1], b2 = bits[2], b3 = bits[3];
+    uint8_t *o0 = outs[0], *o1 = outs[1], *o2 = outs[2], *o3 = outs[3];
+    while (ends[3] - o3 >= 5 && b0.Roomy() && b1.Roomy() && b2.Roomy() && b3.Roomy()) {
+        b0.ReloadRoomy();
+        b1.ReloadRoomy();
+        b2.ReloadRoomy();
+        b3.ReloadRoomy();
+        for (int k = 0; k < 5; ++k) {
+            o0[k] = DecodeSymbol(rows, maxBits, b0);
+            o1[k] = DecodeSymbol(rows, maxBits, b1);
+            o2[k] = DecodeSymbol(rows, maxBits, b2);
+            o3[k] = DecodeSymbol(rows, maxBits, b3);
+        }
+        o0 += 5;
+        o1 += 5;
+        o2 += 5;
+        o3 += 5;
     }
+    bits[0] = b0, bits[1] = b1, bits[2] = b2, bits[3] = b3;
+    outs[0] = o0, outs[1] = o1, outs[2] = o2, outs[3] = o3;
     for (int i = 0; i < 4; ++i) {
         DecodeTail(table, bits[i], outs[i], ends[i]);
         ZstdError error = StreamEnd(bits[i]);

@@ -5,7 +5,7 @@
 #include <cstring>
 
 Window::Window(ZstdSink& sink, HistoryReader* prefix, uint64_t prefixSize)
-    : sink(sink), prefix(prefix), prefixSize(prefix ? prefixSize : 0)
+    : sink(sink), prefix(prefix), prefixSize(prefix ? prefixSize : 0), prefixView(prefix ? prefix->View() : nullptr)
 {
 }
 
@@ -21,6 +21,7 @@ bool Window::StartFrame(uint64_t windowSize, uint64_t frameSinkStart)
     sinkStart = frameSinkStart;
     produced = 0;
     held = 0;
+    pending = 0;
     head = 0;
     size_t history = load > kRingHistoryStart ? load : kRingHistoryStart;
     Resize(history < historyLimit ? history : historyLimit);
@@ -68,7 +69,21 @@ void Window::EndBlock(size_t length)
         head += length;
     }
     held = held + length < historyMax ? held + length : historyMax;
+    pending += length;
     produced += static_cast<int64_t>(length);
+}
+
+bool Window::Flush(uint64_t& written)
+{
+    size_t start = head >= pending ? head - pending : head + size - pending;
+    size_t first = start + pending <= size ? pending : size - start;
+    if (first && !sink.Write(ring.get() + start, first))
+        return false;
+    if (pending > first && !sink.Write(ring.get(), pending - first))
+        return false;
+    written += pending;
+    pending = 0;
+    return true;
 }
 
 bool Window::CopyMatch(uint8_t* out, uint64_t distance, size_t length, bool& readFailed)

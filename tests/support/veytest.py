@@ -132,6 +132,12 @@ def sha1(data):
     return hashlib.sha1(data).hexdigest().upper()
 
 
+def file_sha256(path):
+    """SHA-256 of a file's content in hexadecimal, read in pieces."""
+    with open(path, "rb") as data:
+        return hashlib.file_digest(data, "sha256").hexdigest()
+
+
 def size_text(n):
     """A byte count as the log writes it (up to 1 GiB)."""
     if n < 1024:

@@ -15,7 +15,7 @@ import subprocess
 import time
 import unittest
 
-from veytest import TEST_BIN, WORK, run_windows, windows_path
+from veytest import TEST_BIN, WORK, file_sha256, run_windows, windows_path
 
 MIB = 1 << 20
 OLD_SIZE = 280 * MIB
@@ -59,14 +59,6 @@ def make_files(folder):
     return old, new, patch, hashlib.sha256(data).hexdigest()
 
 
-def file_digest(path):
-    digest = hashlib.sha256()
-    with open(path, "rb") as data:
-        for piece in iter(lambda: data.read(MIB), b""):
-            digest.update(piece)
-    return digest.hexdigest()
-
-
 class BoundedMemory(unittest.TestCase):
     def test_patch_with_a_2_gib_window_stays_within_the_bound(self):
         folder = os.path.join(WORK, "zstd-bounded-memory")
@@ -90,7 +82,7 @@ class BoundedMemory(unittest.TestCase):
               f"({seconds:.1f} s with Wine's start); decoder memory {held / MIB:.2f} MiB, "
               f"peak private memory {peak / MIB:.2f} MiB above the start")
         self.assertEqual(decoded, os.path.getsize(new))
-        self.assertEqual(file_digest(output), expected)
+        self.assertEqual(file_sha256(output), expected)
         self.assertLess(held, DECODER_BOUND)
         self.assertLess(peak, PRIVATE_BOUND)
         os.remove(output)
