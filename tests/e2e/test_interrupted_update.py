@@ -6,14 +6,13 @@ import json
 import os
 import random
 import shutil
-import signal
-import subprocess
 import time
 import unittest
 
 from servers import Nginx
 from test_update import make_manifest
-from veytest import PATIENCE, WINE_RUN, WORK, make_app_folder, quote_argument, read, run_windows, write
+from veytest import (PATIENCE, WORK, kill_windows, make_app_folder, quote_argument, read, run_windows, start_windows,
+                     write)
 
 # Old and new sizes differ, so that a file cut short could never pass for either version.
 NAMES = ["app.exe", "core.dll", "data/strings.txt", "data/images.pak", "data/deep/level.bin",
@@ -48,15 +47,7 @@ class KilledUpdate(unittest.TestCase):
         return folder
 
     def start(self, folder):
-        return subprocess.Popen([WINE_RUN, os.path.join(folder, "VeyUpdater.exe"), self.argument],
-                                stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
-
-    def kill(self, process):
-        if process.poll() is None:
-            process.send_signal(signal.SIGKILL)
-        process.stdout.read()
-        process.wait(PATIENCE)
-        process.stdout.close()
+        return start_windows(os.path.join(folder, "VeyUpdater.exe"), [self.argument])
 
     def check_killed(self, folder, moment):
         """Every path holds one version whole; returns how many hold the new one."""
@@ -86,7 +77,7 @@ class KilledUpdate(unittest.TestCase):
                 seen += b" Replaced " in output
                 if seen == line:
                     break
-            self.kill(process)
+            kill_windows(process)
             moment = f"at Replaced line {line}"
             self.assertGreaterEqual(seen, line, moment)
             replaced = self.check_killed(folder, moment)
@@ -107,11 +98,7 @@ class KilledUpdate(unittest.TestCase):
             delay = rng.uniform(0, duration)
             folder = self.installation()
             process = self.start(folder)
-            try:
-                process.wait(delay)
-            except subprocess.TimeoutExpired:
-                pass
-            self.kill(process)
+            kill_windows(process, delay)
             moment = f"after {delay * 1000:.0f} ms"
             outcomes.append(self.check_killed(folder, moment))
             self.check_rerun(folder, moment)

@@ -7,6 +7,7 @@ import random
 import re
 import shutil
 import subprocess
+import sys
 import unittest
 
 from servers import Nginx
@@ -171,6 +172,59 @@ class SiteObjects(unittest.TestCase):
                             for line in log), log)
         self.assertTrue(any(line.startswith("Downloaded app.txt whole from ") for line in log), log)
         self.assertTrue(any(line.startswith("Downloaded new.txt whole from ") for line in log), log)
+
+
+class SiteBytes(unittest.TestCase):
+    """Files large enough that the heads of the answers weigh little: by nginx's count of the bytes
+    it sent, heads included, the update moves at most its smallest forms and the manifest, plus 1 %."""
+
+    def test_bytes_sent_are_those_of_the_smallest_forms(self):
+        work = os.path.join(WORK, "site-bytes")
+        shutil.rmtree(work, ignore_errors=True)
+        self.addCleanup(shutil.rmtree, work, True)
+        noise = random.Random(5)
+        v1 = {"app.txt": text_file(11, 40000), "local.txt": text_file(12, 40000), "same.txt": text_file(13, 40000),
+              "noise.bin": noise.randbytes(200000)}
+        v2 = {"app.txt": text_file(11, 40000, changed={10, 20000, 39000}), "local.txt": text_file(12, 40000, {7}),
+              "same.txt": v1["same.txt"], "noise.bin": noise.randbytes(200000), "new.txt": text_file(14, 40000)}
+        for version, files in (("v1", v1), ("v2", v2)):
+            for name, data in files.items():
+                write(os.path.join(work, version, name), data)
+        site = os.path.join(work, "site")
+        subprocess.run([os.path.join(TOOLS, "make-manifest"), os.path.join(work, "v2"), "--url-prefix", "/files",
+                        "--site", site, "--previous", os.path.join(work, "v1"), "--level", "3"], check=True)
+        with open(os.path.join(site, "manifest.json"), encoding="utf-8") as f:
+            entries = {entry["n"]: entry for entry in json.load(f)["files"]}
+        nginx = Nginx(site, log_format="$request $status $bytes_sent")
+        self.addCleanup(nginx.stop)
+        folder = make_app_folder("site-bytes-app")
+        for name, data in v1.items():
+            write(os.path.join(folder, name), data)
+        write(os.path.join(folder, "local.txt"), b"edited by the user\n" + v1["local.txt"])
+        argument = {"domains": [nginx.domain], "pathAndQuery": "/manifest.json"}
+        code, _ = run_windows(os.path.join(folder, "VeyUpdater.exe"), [quote_argument(json.dumps(argument))])
+        self.assertEqual(code, 0)
+        for name, data in v2.items():
+            self.assertEqual(read(os.path.join(folder, name)), data, name)
+
+        # The smallest form of each changed file: app.txt's patch, the compressed local.txt (edited,
+        # so no patch applies) and new.txt, and noise.bin as it is (it does not compress).
+        app, local, new = entries["app.txt"], entries["local.txt"], entries["new.txt"]
+        self.assertNotIn("z", entries["noise.bin"])
+        smallest = (app["p"][0]["s"] + local["z"]["s"] + new["z"]["s"] + len(v2["noise.bin"]) +
+                    os.path.getsize(os.path.join(site, "manifest.json")))
+        logged = [line.rsplit(" ", 1) for line in nginx.requests()]
+        self.assertEqual([request for request, _ in logged], ["GET /manifest.json HTTP/1.1 200",
+                                                              f"GET {app['p'][0]['u']} HTTP/1.1 200",
+                                                              f"GET {local['z']['u']} HTTP/1.1 200",
+                                                              f"GET {new['z']['u']} HTTP/1.1 200",
+                                                              "GET /files/noise.bin HTTP/1.1 200"])
+        sent = sum(int(count) for _, count in logged)
+        changed = sum(len(data) for name, data in v2.items() if name != "same.txt")
+        print(f"\nnginx sent {sent} bytes for smallest forms and manifest of {smallest} bytes "
+              f"({sent / smallest - 1:+.2%}); the changed files hold {changed}", file=sys.stderr)
+        self.assertGreater(sent, smallest)
+        self.assertLessEqual(sent, smallest * 1.01)
 
 
 class SignedSiteObjects(unittest.TestCase):

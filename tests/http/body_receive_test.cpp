@@ -3,21 +3,14 @@
 // sees exactly the bytes the file holds, and short of them when a write fails.
 #include <gtest/gtest.h>
 #include "http/request.h"
+#include "http/responses.h"
 #include "http/script_server.h"
 #include "http/test_files.h"
-#include "support/random_bytes.h"
 
 #include <string>
 #include <vector>
 
 namespace {
-
-// Reproducible bytes, different for every length.
-std::string RandomText(size_t count)
-{
-    std::vector<uint8_t> bytes = RandomBytes(count);
-    return std::string(bytes.begin(), bytes.end());
-}
 
 // A response head of exactly `size` bytes announcing `body`, followed by it.
 std::string HeadOfSize(size_t size, const std::string& body)
@@ -25,20 +18,6 @@ std::string HeadOfSize(size_t size, const std::string& body)
     std::string start = "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(body.size()) + "\r\nX-Fill: ";
     std::string end = "\r\n\r\n";
     return start + std::string(size - start.size() - end.size(), 'f') + end + body;
-}
-
-// A 200 response whose head announces `body`, followed by it.
-std::string Ok(const std::string& body)
-{
-    return "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
-}
-
-Script Send(const std::string& bytes, bool hold = false)
-{
-    Script script;
-    script.chunks.push_back(Chunk{bytes, 0});
-    script.hold = hold;
-    return script;
 }
 
 // Records what the body sink reports as written, and how often the file was started.

@@ -1,8 +1,8 @@
 // A scripted HTTP server for the wire tests: one listening socket on 127.0.0.1 or ::1 with an
 // ephemeral port, and a thread that serves one script per accepted connection, in order. For
 // each connection it records the request (head, and body by its Content-Length), sends the
-// script's chunks with their pauses, then closes the connection or holds it until the client
-// closes it. It talks to loopback only.
+// script's chunks with their pauses (and after the events they wait for), then closes the
+// connection or holds it until the client closes it. It talks to loopback only.
 #pragma once
 #include "support/patience.h"
 
@@ -19,6 +19,7 @@
 struct Chunk {
     std::string bytes;  // sent with one send()
     int pauseMs = 0;    // waited after it
+    HANDLE gate = nullptr;  // an event waited for (PatienceMs at most) before it is sent
 };
 
 struct Script {
@@ -152,6 +153,8 @@ private:
             setsockopt(s, IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<const char*>(&noDelay), sizeof(noDelay));
             requests.push_back(ReadRequest(s));
             for (const Chunk& chunk : script.chunks) {
+                if (chunk.gate)
+                    WaitForSingleObject(chunk.gate, PatienceMs());
                 SendAll(s, chunk.bytes);
                 if (chunk.pauseMs)
                     Sleep(static_cast<DWORD>(chunk.pauseMs));

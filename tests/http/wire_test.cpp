@@ -5,6 +5,7 @@
 #include "http/test_files.h"
 #include "http/fake_resolver.h"
 #include "http/request.h"
+#include "http/responses.h"
 #include "http/script_server.h"
 #include "runtime/clock.h"
 #include "runtime/pool.h"
@@ -21,23 +22,10 @@
 
 namespace {
 
-std::string Ok(const std::string& body, const std::string& headers = "")
-{
-    return "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(body.size()) + "\r\n" + headers + "\r\n" + body;
-}
-
 std::string Redirect(int status, const std::wstring& location)
 {
     return "HTTP/1.1 " + std::to_string(status) + " Moved\r\nLocation: " + WideToUtf8(location) +
            "\r\nContent-Length: 0\r\n\r\n";
-}
-
-Script Send(const std::string& bytes, bool hold = false)
-{
-    Script script;
-    script.chunks.push_back(Chunk{bytes, 0});
-    script.hold = hold;
-    return script;
 }
 
 std::string Body(const HttpRequest& request)

@@ -2,6 +2,7 @@
 their logs, and small file helpers."""
 import hashlib
 import os
+import signal
 import subprocess
 import time
 
@@ -39,6 +40,26 @@ def run_windows(program, args=(), timeout=PATIENCE, address_space_kib=None, cwd=
     done = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
                           timeout=timeout, preexec_fn=preexec, cwd=cwd)
     return done.returncode, done.stdout
+
+
+def start_windows(program, args=()):
+    """Starts a Windows program under Wine, its console output on a pipe; returns the Popen."""
+    return subprocess.Popen([WINE_RUN, program, *args], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                            stderr=subprocess.DEVNULL)
+
+
+def kill_windows(process, after=0):
+    """Kills a program that start_windows started, once `after` seconds have passed or at once,
+    unless it has ended by then, and reaps it."""
+    try:
+        process.wait(after)
+    except subprocess.TimeoutExpired:
+        pass
+    if process.poll() is None:
+        process.send_signal(signal.SIGKILL)
+    process.stdout.read()
+    process.wait(PATIENCE)
+    process.stdout.close()
 
 
 import glob
