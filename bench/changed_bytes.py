@@ -31,7 +31,7 @@ from bench_env import BUILD, WINE_RUN  # first: puts tests/support on the import
 import netns  # noqa: E402
 from servers import Nginx  # noqa: E402
 from release_pairs import PACKAGES, Pair  # noqa: E402
-from private_memory import run_measured  # noqa: E402
+from memory import peak_private_kib  # noqa: E402
 from run import log_messages, sha1_of  # noqa: E402
 
 PROGRAM = os.path.join(BUILD, "bin", "VeyUpdater.exe")
@@ -108,12 +108,14 @@ class Lab:
         self.lab.close()
 
 
-def measured(command):
-    """Runs a Windows program: (wall seconds, peak private KiB). Fails on a non-zero exit."""
-    code, seconds, peak, errors = run_measured(command, stdout=subprocess.DEVNULL)
+def measured(command, program):
+    """Runs a Windows program whose path command names: (wall seconds, peak private KiB). Fails on a
+    non-zero exit."""
+    start = time.perf_counter()
+    code, peak = peak_private_kib(command, program, timeout=3600)
     if code != 0:
-        raise RuntimeError(f"{command[-2:]} exited with {code}: {errors[-2000:]!r}")
-    return seconds, peak
+        raise RuntimeError(f"{command[-2:]} exited with {code}")
+    return time.perf_counter() - start, peak
 
 
 class Measure:
@@ -269,7 +271,7 @@ class PairBench:
         argument = quote(json.dumps({"domains": [served.domain], "pathAndQuery": "/" + manifest, "argOrg": "",
                                      "httpSharePort": 0}), safe="")
         lab.wine.check_server()
-        seconds, peak = measured(lab.command(WINE_RUN, os.path.join(app, "VeyUpdater.exe"), argument))
+        seconds, peak = measured(lab.command(WINE_RUN, os.path.join(app, "VeyUpdater.exe"), argument), PROGRAM)
         requests = served.take()
         for entry in self.manifest["files"]:
             path = os.path.join(app, *entry["n"].split("/"))
@@ -304,7 +306,7 @@ def huge_noop(lab, options, work):
     shutil.copy(PROGRAM, app)
     argument = quote(json.dumps({"domains": [lab.servers["loopback"].domain], "pathAndQuery": "/huge.json",
                                  "argOrg": "", "httpSharePort": 0}), safe="")
-    seconds, peak = measured(lab.command(WINE_RUN, os.path.join(app, "VeyUpdater.exe"), argument))
+    seconds, peak = measured(lab.command(WINE_RUN, os.path.join(app, "VeyUpdater.exe"), argument), PROGRAM)
     if "Nothing to update!" not in log_messages(app):
         raise RuntimeError("the run over the 4.5 GiB release found something to do")
     return seconds, peak
@@ -338,7 +340,7 @@ def main():
     lab = Lab(serve)
     sizes, fetched, times, memory, notes = [], [], [], [], []
     try:
-        nothing = [measured(lab.command(WINE_RUN, NOTHING))[1] for _ in range(3)][1:]
+        nothing = [measured(lab.command(WINE_RUN, NOTHING), NOTHING)[1] for _ in range(3)][1:]
         nothing_peak = max(nothing)
         for package in options.packages:
             print(f"{package}: preparing", file=sys.stderr, flush=True)
