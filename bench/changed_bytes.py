@@ -19,6 +19,7 @@ Prints a Markdown section for docs/benchmarks.md."""
 import argparse
 import json
 import os
+import resource
 import shutil
 import statistics
 import subprocess
@@ -108,34 +109,44 @@ class Lab:
         self.lab.close()
 
 
+def children_cpu():
+    used = resource.getrusage(resource.RUSAGE_CHILDREN)
+    return used.ru_utime + used.ru_stime
+
+
 def measured(command, program):
-    """Runs a Windows program whose path command names: (wall seconds, peak private KiB). Fails on a
-    non-zero exit."""
-    start = time.perf_counter()
+    """Runs a Windows program whose path command names: (wall seconds, CPU seconds of its process,
+    peak private KiB). Fails on a non-zero exit."""
+    start, cpu = time.perf_counter(), children_cpu()
     code, peak = peak_private_kib(command, program, timeout=3600)
     if code != 0:
         raise RuntimeError(f"{command[-2:]} exited with {code}")
-    return time.perf_counter() - start, peak
+    return time.perf_counter() - start, children_cpu() - cpu, peak
 
 
 class Measure:
-    """One measured way of updating: its bytes (all runs' median) and times per network."""
+    """One measured way of updating: its bytes (all runs' median), and times per network (with the
+    CPU time of the updater's process)."""
 
     def __init__(self):
         self.bytes = []
         self.seconds = {}
+        self.cpu = {}
         self.peaks = []
 
-    def add(self, network, seconds, sent, peak=None):
+    def add(self, network, seconds, sent, peak=None, cpu=None):
         self.seconds.setdefault(network, []).append(seconds)
         self.bytes.append(sent)
         if peak is not None:
             self.peaks.append(peak)
+        if cpu is not None:
+            self.cpu.setdefault(network, []).append(cpu)
 
     def time_text(self, network):
         values = self.seconds[network]
         text = f"{statistics.median(values):.1f} s"
-        return text + (f" ({min(values):.1f}–{max(values):.1f})" if len(values) > 1 else "")
+        text += f" ({min(values):.1f}–{max(values):.1f})" if len(values) > 1 else ""
+        return text + (f", CPU {statistics.median(self.cpu[network]):.1f} s" if network in self.cpu else "")
 
     def median_seconds(self, network):
         return statistics.median(self.seconds[network])
@@ -263,15 +274,17 @@ class PairBench:
         return app
 
     def update(self, lab, network, manifest):
-        """One update from the named manifest: (seconds, bytes sent, peak private KiB, the numbers
-        of files patched, decompressed and downloaded whole and of objects that failed, by the log)."""
+        """One update from the named manifest: (seconds, CPU seconds, bytes sent, peak private KiB,
+        the numbers of files patched, decompressed and downloaded whole and of objects that failed,
+        by the log)."""
         app = self.install()
         served = lab.servers[network]
         served.take()
         argument = quote(json.dumps({"domains": [served.domain], "pathAndQuery": "/" + manifest, "argOrg": "",
                                      "httpSharePort": 0}), safe="")
         lab.wine.check_server()
-        seconds, peak = measured(lab.command(WINE_RUN, os.path.join(app, "VeyUpdater.exe"), argument), PROGRAM)
+        seconds, cpu, peak = measured(lab.command(WINE_RUN, os.path.join(app, "VeyUpdater.exe"), argument),
+                                      PROGRAM)
         requests = served.take()
         for entry in self.manifest["files"]:
             path = os.path.join(app, *entry["n"].split("/"))
@@ -280,7 +293,7 @@ class PairBench:
         messages = log_messages(app)
         forms = tuple(sum(1 for message in messages if message.startswith(start))
                       for start in ("Patched ", "Decompressed ", "Downloaded ", "Failed to use "))
-        return seconds, sum(sent for _, _, sent in requests), peak, forms
+        return seconds, cpu, sum(sent for _, _, sent in requests), peak, forms
 
 
 def huge_noop(lab, options, work):
@@ -306,7 +319,7 @@ def huge_noop(lab, options, work):
     shutil.copy(PROGRAM, app)
     argument = quote(json.dumps({"domains": [lab.servers["loopback"].domain], "pathAndQuery": "/huge.json",
                                  "argOrg": "", "httpSharePort": 0}), safe="")
-    seconds, peak = measured(lab.command(WINE_RUN, os.path.join(app, "VeyUpdater.exe"), argument), PROGRAM)
+    seconds, _, peak = measured(lab.command(WINE_RUN, os.path.join(app, "VeyUpdater.exe"), argument), PROGRAM)
     if "Nothing to update!" not in log_messages(app):
         raise RuntimeError("the run over the 4.5 GiB release found something to do")
     return seconds, peak
@@ -340,7 +353,7 @@ def main():
     lab = Lab(serve)
     sizes, fetched, times, memory, notes = [], [], [], [], []
     try:
-        nothing = [measured(lab.command(WINE_RUN, NOTHING), NOTHING)[1] for _ in range(3)][1:]
+        nothing = [measured(lab.command(WINE_RUN, NOTHING), NOTHING)[2] for _ in range(3)][1:]
         nothing_peak = max(nothing)
         for package in options.packages:
             print(f"{package}: preparing", file=sys.stderr, flush=True)
@@ -367,8 +380,8 @@ def main():
                 for _ in range(options.runs):
                     print(f"{package}: {network}", file=sys.stderr, flush=True)
                     for way, manifest in (("plain", "plain.json"), ("site", "manifest.json")):
-                        seconds, sent, peak, counts = bench.update(lab, network, manifest)
-                        ways[way].add(network, seconds, sent, peak)
+                        seconds, cpu, sent, peak, counts = bench.update(lab, network, manifest)
+                        ways[way].add(network, seconds, sent, peak, cpu)
                         if way == "plain" and counts[:2] != (0, 0):
                             raise RuntimeError("the update from plain.json fetched objects")
                         if way == "site":
@@ -408,8 +421,9 @@ def main():
         lab.close()
         shutil.rmtree(work, ignore_errors=True)
 
-    print(f"zstd level {options.level}, window 2^{options.window_log}, {options.threads} threads; load average {load[0]:.2f} at the start, "
-          f"{os.getloadavg()[0]:.2f} at the end; nothing.exe's peak private memory {nothing_peak / 1024:.1f} MiB\n")
+    print(f"zstd level {options.level}, window 2^{options.window_log}, {options.threads} threads; load average "
+          f"{load[0]:.2f} at the start, {os.getloadavg()[0]:.2f} at the end; nothing.exe's peak private memory "
+          f"{nothing_peak / 1024:.1f} MiB\n")
     table(["pair", "changed files", "compressed (`zstd`)", "patches (`--patch-from`)", "smallest forms", "manifest"],
           sizes)
     table(["pair", "changed files", "updater, plain", "updater, new format", "forms taken", "zsync", "casync"],
