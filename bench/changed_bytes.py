@@ -4,9 +4,9 @@ package each: libreoffice-core, openjdk-17-jre-headless, chromium), and how long
 
 Per pair: the bytes of the changed files; the compressed objects and patches make-manifest --site
 chose from; the bytes zsync and casync fetch for the same pair from the same nginx; the bytes,
-time and peak private memory of VeyUpdater.exe updating an installation of the older version, from the
-site's manifest (compressed objects and patches) and from the same manifest without them (plain
-files). Times are taken twice: over loopback and over a 100 Mbit/s link shaped with tc. Last, a
+time, CPU time and peak private memory of VeyUpdater.exe updating an installation of the older
+version, from the site's manifest (compressed objects and patches) and from the same manifest
+without them (plain files). Times are taken twice: over loopback and over a 100 Mbit/s link shaped with tc. Last, a
 no-op run over a release holding one 4.5 GiB file.
 
 Everything runs inside two network namespaces this script creates and deletes again (needs root):
