@@ -4,19 +4,22 @@ package each: libreoffice-core, openjdk-17-jre-headless, chromium), and how long
 
 Per pair: the bytes of the changed files; the compressed objects and patches make-manifest --site
 chose from; the bytes zsync and casync fetch for the same pair from the same nginx; the bytes,
-time and peak memory of VeyUpdater.exe updating an installation of the older version, from the
-site's manifest (compressed objects and patches) and from the same manifest without them (plain
-files). Times are taken twice: over loopback and over a 100 Mbit/s link shaped with tc. Last, a
+time, CPU time and peak private memory of VeyUpdater.exe updating an installation of the older
+version, from the site's manifest (compressed objects and patches) and from the same manifest
+without them (plain files). Times are taken twice: over loopback and over a 100 Mbit/s link shaped with tc. Last, a
 no-op run over a release holding one 4.5 GiB file.
 
 Everything runs inside two network namespaces this script creates and deletes again (needs root):
 the client's (the updater under Wine, zsync, casync, and an nginx on its own 127.0.0.1 for the
 loopback figures) and the server's (nginx behind the shaped veth link). The updater is never
 given a share port. Bytes are nginx's $bytes_sent (headers included) summed over its access log.
+Peak private memory is the most RssAnon the updater's Wine process held, polled while it ran,
+against nothing.exe's measured the same way in the same namespace.
 Prints a Markdown section for docs/benchmarks.md."""
 import argparse
 import json
 import os
+import resource
 import shutil
 import statistics
 import subprocess
@@ -25,15 +28,12 @@ import tempfile
 import time
 from urllib.parse import quote
 
-ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
-BUILD = os.path.join(ROOT, "build")
-WINE_RUN = os.path.join(BUILD, "wine-run")
-sys.path.insert(0, os.path.join(ROOT, "tests", "support"))
-os.environ.setdefault("VEY_WINE_RUN", WINE_RUN)
+from bench_env import BUILD, WINE_RUN  # first: puts tests/support on the import path
 import netns  # noqa: E402
 from servers import Nginx  # noqa: E402
 from release_pairs import PACKAGES, Pair  # noqa: E402
-from run import log_messages, sha1_of, timed  # noqa: E402
+from memory import peak_private_kib  # noqa: E402
+from run import log_messages, sha1_of  # noqa: E402
 
 PROGRAM = os.path.join(BUILD, "bin", "VeyUpdater.exe")
 NOTHING = os.path.join(BUILD, "bench", "nothing.exe")
@@ -109,24 +109,44 @@ class Lab:
         self.lab.close()
 
 
+def children_cpu():
+    used = resource.getrusage(resource.RUSAGE_CHILDREN)
+    return used.ru_utime + used.ru_stime
+
+
+def measured(command, program):
+    """Runs a Windows program whose path command names: (wall seconds, CPU seconds of its process,
+    peak private KiB). Fails on a non-zero exit."""
+    start, cpu = time.perf_counter(), children_cpu()
+    code, peak = peak_private_kib(command, program, timeout=3600)
+    if code != 0:
+        raise RuntimeError(f"{command[-2:]} exited with {code}")
+    return time.perf_counter() - start, children_cpu() - cpu, peak
+
+
 class Measure:
-    """One measured way of updating: its bytes (all runs' median) and times per network."""
+    """One measured way of updating: its bytes (all runs' median), and times per network (with the
+    CPU time of the updater's process)."""
 
     def __init__(self):
         self.bytes = []
         self.seconds = {}
+        self.cpu = {}
         self.peaks = []
 
-    def add(self, network, seconds, sent, peak=None):
+    def add(self, network, seconds, sent, peak=None, cpu=None):
         self.seconds.setdefault(network, []).append(seconds)
         self.bytes.append(sent)
         if peak is not None:
             self.peaks.append(peak)
+        if cpu is not None:
+            self.cpu.setdefault(network, []).append(cpu)
 
     def time_text(self, network):
         values = self.seconds[network]
         text = f"{statistics.median(values):.1f} s"
-        return text + (f" ({min(values):.1f}–{max(values):.1f})" if len(values) > 1 else "")
+        text += f" ({min(values):.1f}–{max(values):.1f})" if len(values) > 1 else ""
+        return text + (f", CPU {statistics.median(self.cpu[network]):.1f} s" if network in self.cpu else "")
 
     def median_seconds(self, network):
         return statistics.median(self.seconds[network])
@@ -137,7 +157,7 @@ class PairBench:
         self.pair = pair
         self.options = options
         self.work = work
-        self.site = pair.site(options.level, options.window_log)
+        self.site = pair.site(options.level, options.window_log, options.threads)
         self.serve = os.path.join(work, "serve")
         os.makedirs(self.serve)
         for name in ("files", "objects", "manifest.json"):
@@ -254,26 +274,31 @@ class PairBench:
         return app
 
     def update(self, lab, network, manifest):
-        """One update from the named manifest: (seconds, bytes sent, peak KiB, objects fetched)."""
+        """One update from the named manifest: (seconds, CPU seconds, bytes sent, peak private KiB,
+        the numbers of files patched, decompressed and downloaded whole and of objects that failed,
+        by the log)."""
         app = self.install()
         served = lab.servers[network]
         served.take()
         argument = quote(json.dumps({"domains": [served.domain], "pathAndQuery": "/" + manifest, "argOrg": "",
                                      "httpSharePort": 0}), safe="")
         lab.wine.check_server()
-        seconds, peak, _ = timed(lab.command(WINE_RUN, os.path.join(app, "VeyUpdater.exe"), argument))
+        seconds, cpu, peak = measured(lab.command(WINE_RUN, os.path.join(app, "VeyUpdater.exe"), argument),
+                                      PROGRAM)
         requests = served.take()
         for entry in self.manifest["files"]:
             path = os.path.join(app, *entry["n"].split("/"))
             if not os.path.isfile(path) or os.path.getsize(path) != entry["s"] or sha1_of(path) != entry["h"]:
                 raise RuntimeError(f"the update from /{manifest} left {entry['n']} unlike the release")
-        objects = sum(1 for path, _, _ in requests if path.startswith("/objects/"))
-        return seconds, sum(sent for _, _, sent in requests), peak, objects
+        messages = log_messages(app)
+        forms = tuple(sum(1 for message in messages if message.startswith(start))
+                      for start in ("Patched ", "Decompressed ", "Downloaded ", "Failed to use "))
+        return seconds, cpu, sum(sent for _, _, sent in requests), peak, forms
 
 
 def huge_noop(lab, options, work):
     """A no-op over a release of one 4.5 GiB file (zeros with a random MiB every 64 MiB), kept in
-    the cache: (seconds, peak KiB)."""
+    the cache: (seconds, peak private KiB)."""
     release = os.path.join(options.cache, "huge", "release")
     path = os.path.join(release, "huge.bin")
     if not os.path.isfile(path) or os.path.getsize(path) != HUGE_SIZE:
@@ -294,7 +319,7 @@ def huge_noop(lab, options, work):
     shutil.copy(PROGRAM, app)
     argument = quote(json.dumps({"domains": [lab.servers["loopback"].domain], "pathAndQuery": "/huge.json",
                                  "argOrg": "", "httpSharePort": 0}), safe="")
-    seconds, peak, _ = timed(lab.command(WINE_RUN, os.path.join(app, "VeyUpdater.exe"), argument))
+    seconds, _, peak = measured(lab.command(WINE_RUN, os.path.join(app, "VeyUpdater.exe"), argument), PROGRAM)
     if "Nothing to update!" not in log_messages(app):
         raise RuntimeError("the run over the 4.5 GiB release found something to do")
     return seconds, peak
@@ -313,6 +338,7 @@ def main():
                         help="folder kept between runs: packages, their trees, sites, chunk stores")
     parser.add_argument("--level", type=int, default=19, help="zstd level of the sites (default 19; lower is quicker)")
     parser.add_argument("--window-log", type=int, default=31, help="zstd window of the sites (default 31)")
+    parser.add_argument("--threads", type=int, default=2, help="zstd's worker threads making a site (default 2)")
     parser.add_argument("--packages", nargs="+", default=list(PACKAGES), help="the pairs to run")
     parser.add_argument("--no-huge", action="store_true", help="leave out the no-op over a 4.5 GiB file")
     options = parser.parse_args()
@@ -320,13 +346,14 @@ def main():
     if reason:
         sys.exit(reason)
 
+    load = os.getloadavg()
     work = tempfile.mkdtemp(prefix="vey-bytes-bench-")
     serve = os.path.join(work, "serve")
     os.makedirs(serve)
     lab = Lab(serve)
     sizes, fetched, times, memory, notes = [], [], [], [], []
     try:
-        nothing = [timed(lab.command(WINE_RUN, NOTHING))[1] for _ in range(3)][1:]
+        nothing = [measured(lab.command(WINE_RUN, NOTHING), NOTHING)[2] for _ in range(3)][1:]
         nothing_peak = max(nothing)
         for package in options.packages:
             print(f"{package}: preparing", file=sys.stderr, flush=True)
@@ -348,61 +375,64 @@ def main():
                          f"{share(smallest, changed)} | {manifest_bytes / 1024:.1f} KiB |")
 
             ways = {"plain": Measure(), "site": Measure(), "zsync": Measure(), "casync": Measure()}
-            objects_used = 0
+            forms = set()
             for network in ("loopback", RATE):
                 for _ in range(options.runs):
                     print(f"{package}: {network}", file=sys.stderr, flush=True)
                     for way, manifest in (("plain", "plain.json"), ("site", "manifest.json")):
-                        seconds, sent, peak, objects = bench.update(lab, network, manifest)
-                        ways[way].add(network, seconds, sent, peak)
-                        objects_used += objects if way == "site" else 0
-                        if way == "plain" and objects:
+                        seconds, cpu, sent, peak, counts = bench.update(lab, network, manifest)
+                        ways[way].add(network, seconds, sent, peak, cpu)
+                        if way == "plain" and counts[:2] != (0, 0):
                             raise RuntimeError("the update from plain.json fetched objects")
+                        if way == "site":
+                            forms.add(counts)
                     ways["zsync"].add(network, *bench.zsync(lab, network))
                     ways["casync"].add(network, *bench.casync(lab, network))
-            site_ready = objects_used > 0
 
             def sent(way):
                 return statistics.median(ways[way].bytes)
 
-            site_bytes = share(sent("site"), changed) if site_ready else "waits for the updater side"
-            fetched.append(f"| {package} | {mib(changed)} | {share(sent('plain'), changed)} | {site_bytes} | "
+            forms_text = "; ".join(f"{p} patched, {d} decompressed, {w} whole" + (f", {f} failed" if f else "")
+                                   for p, d, w, f in sorted(forms))
+            fetched.append(f"| {package} | {mib(changed)} | {share(sent('plain'), changed)} | "
+                           f"{share(sent('site'), changed)} | {forms_text} | "
                            f"{share(sent('zsync'), changed)} | {share(sent('casync'), changed)} |")
-            if site_ready:
-                limit = 1.02 * smallest + manifest_bytes
-                notes.append(f"{package}: the updater fetched {sent('site')} bytes against the target's "
-                             f"{limit:.0f} (1.02 × the smallest forms plus the manifest): "
-                             f"{'met' if sent('site') <= limit else 'not met'}.")
-                shaped = ways["site"].median_seconds(RATE) / ways["plain"].median_seconds(RATE)
-                above = (max(ways["site"].peaks) - nothing_peak) / 1024
-                notes.append(f"{package}: over {RATE} the new format took {shaped:.2f}× the plain update's time "
-                             f"(target ≤ 0.5×: {'met' if shaped <= 0.5 else 'not met'}); its peak memory is "
-                             f"{above:.0f} MiB above nothing.exe's (target ≤ 64 MiB: "
-                             f"{'met' if above <= 64 else 'not met'}).")
+            limit = 1.02 * smallest + manifest_bytes
+            notes.append(f"{package}: the updater fetched {sent('site'):.0f} bytes against the target's "
+                         f"{limit:.0f} (1.02 × the smallest forms plus the manifest): "
+                         f"{'met' if sent('site') <= limit else 'not met'}.")
+            shaped = ways["site"].median_seconds(RATE) / ways["plain"].median_seconds(RATE)
+            above = (max(ways["site"].peaks) - nothing_peak) / 1024
+            notes.append(f"{package}: over {RATE} the new format took {shaped:.2f}× the plain update's time "
+                         f"(target ≤ 0.5×: {'met' if shaped <= 0.5 else 'not met'}); its peak private memory is "
+                         f"{above:.1f} MiB above nothing.exe's (target ≤ 64 MiB: "
+                         f"{'met' if above <= 64 else 'not met'}).")
             for network in ("loopback", RATE):
-                site_time = ways["site"].time_text(network) if site_ready else "waits for the updater side"
-                ratio = (f"{ways['site'].median_seconds(network) / ways['plain'].median_seconds(network):.2f}×"
-                         if site_ready else "—")
-                times.append(f"| {package} | {network} | {ways['plain'].time_text(network)} | {site_time} | {ratio} | "
+                ratio = ways["site"].median_seconds(network) / ways["plain"].median_seconds(network)
+                times.append(f"| {package} | {network} | {ways['plain'].time_text(network)} | "
+                             f"{ways['site'].time_text(network)} | {ratio:.2f}× | "
                              f"{ways['zsync'].time_text(network)} | {ways['casync'].time_text(network)} |")
-            for way in ("plain", "site") if site_ready else ("plain",):
+            for way in ("plain", "site"):
                 peak = max(ways[way].peaks)
-                memory.append(f"| {package} | {way} | {peak / 1024:.0f} MiB | +{(peak - nothing_peak) / 1024:.0f} MiB |")
+                memory.append(f"| {package} | {way} | {peak / 1024:.1f} MiB | "
+                              f"+{(peak - nothing_peak) / 1024:.1f} MiB |")
         huge = None if options.no_huge else huge_noop(lab, options, work)
     finally:
         lab.close()
         shutil.rmtree(work, ignore_errors=True)
 
-    print(f"zstd level {options.level}, window 2^{options.window_log}; nothing.exe peaks at "
-          f"{nothing_peak / 1024:.0f} MiB\n")
+    print(f"zstd level {options.level}, window 2^{options.window_log}, {options.threads} threads; load average "
+          f"{load[0]:.2f} at the start, {os.getloadavg()[0]:.2f} at the end; nothing.exe's peak private memory "
+          f"{nothing_peak / 1024:.1f} MiB\n")
     table(["pair", "changed files", "compressed (`zstd`)", "patches (`--patch-from`)", "smallest forms", "manifest"],
           sizes)
-    table(["pair", "changed files", "updater, plain", "updater, new format", "zsync", "casync"], fetched)
+    table(["pair", "changed files", "updater, plain", "updater, new format", "forms taken", "zsync", "casync"],
+          fetched)
     table(["pair", "link", "updater, plain", "updater, new format", "ratio", "zsync", "casync"], times)
-    table(["pair", "manifest", "peak memory", "above nothing.exe"], memory)
+    table(["pair", "manifest", "peak private memory", "above nothing.exe"], memory)
     if huge:
-        print(f"No-op over one 4.5 GiB file: {huge[0]:.1f} s, peak {huge[1] / 1024:.0f} MiB "
-              f"(+{(huge[1] - nothing_peak) / 1024:.0f} MiB above nothing.exe).\n")
+        print(f"No-op over one 4.5 GiB file: {huge[0]:.1f} s, peak private memory {huge[1] / 1024:.1f} MiB "
+              f"(+{(huge[1] - nothing_peak) / 1024:.1f} MiB above nothing.exe).\n")
     print("\n".join(f"- {note}" for note in notes))
 
 

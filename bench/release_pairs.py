@@ -66,16 +66,19 @@ class Pair:
             os.replace(partial, folder)
         return folder
 
-    def site(self, level, window_log):
-        """The site of the newer version with patches from the older, made once per level and window."""
+    def site(self, level, window_log, threads=None):
+        """The site of the newer version with patches from the older, made once per level, window and
+        number of zstd's threads (which may change the objects, so it names the site too)."""
         name = f"{self.package}_{plain(self.old_version)}_{plain(self.new_version)}_L{level}_W{window_log}"
+        name += f"_T{threads}" if threads else ""
         folder = os.path.join(self.cache, "sites", name)
         if not os.path.isfile(os.path.join(folder, "manifest.json")):
             partial = folder + ".partial"
             shutil.rmtree(partial, ignore_errors=True)
             os.makedirs(os.path.dirname(partial), exist_ok=True)
             subprocess.run(["nice", "-n", "19", MAKE_MANIFEST, self.new, "--site", partial, "--url-prefix", "/files",
-                            "--previous", self.old, "--level", str(level), "--window-log", str(window_log)],
+                            "--previous", self.old, "--level", str(level), "--window-log", str(window_log),
+                            *(["--threads", str(threads)] if threads else [])],
                            check=True)
             shutil.rmtree(folder, ignore_errors=True)
             os.replace(partial, folder)

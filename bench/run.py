@@ -21,16 +21,11 @@ import re
 import shutil
 import statistics
 import subprocess
-import sys
 import tempfile
 import time
 from urllib.parse import quote
 
-ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
-BUILD = os.path.join(ROOT, "build")
-WINE_RUN = os.path.join(BUILD, "wine-run")
-sys.path.insert(0, os.path.join(ROOT, "tests", "support"))
-os.environ.setdefault("VEY_WINE_RUN", WINE_RUN)  # read by the namespace helpers when imported
+from bench_env import BUILD, ROOT, WINE_RUN  # first: puts tests/support on the import path
 import netns  # noqa: E402
 from peer import Peer  # noqa: E402
 from servers import Nginx  # noqa: E402

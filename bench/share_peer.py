@@ -28,11 +28,7 @@ import tempfile
 import time
 from urllib.parse import quote
 
-ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
-BUILD = os.path.join(ROOT, "build")
-WINE_RUN = os.path.join(BUILD, "wine-run")
-sys.path.insert(0, os.path.join(ROOT, "tests", "support"))
-os.environ.setdefault("VEY_WINE_RUN", WINE_RUN)
+from bench_env import BUILD, WINE_RUN  # first: puts tests/support on the import path
 import netns  # noqa: E402
 from peer import prefix_for  # noqa: E402
 from servers import Nginx  # noqa: E402

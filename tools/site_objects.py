@@ -20,13 +20,16 @@ class SiteError(Exception):
 
 
 class Settings:
-    def __init__(self, level, window_log, object_prefix):
+    def __init__(self, level, window_log, object_prefix, threads=None):
         if not 1 <= level <= 22:
             raise SiteError(f"--level {level} is not between 1 and 22")
         if not 10 <= window_log <= 31:
             raise SiteError(f"--window-log {window_log} is not between 10 and 31")
+        if threads is not None and not 1 <= threads <= 64:
+            raise SiteError(f"--threads {threads} is not between 1 and 64")
         self.level = level
         self.window_log = window_log
+        self.threads = threads
         self.object_prefix = "/" + object_prefix.strip("/")
         if self.object_prefix == "/":
             raise SiteError("--object-prefix must name a folder, not the site's root")
@@ -35,6 +38,8 @@ class Settings:
         command = ["zstd", "-q", "-f", f"-{self.level}", f"--long={self.window_log}"]
         if self.level > 19:
             command.insert(1, "--ultra")
+        if self.threads:
+            command.append(f"-T{self.threads}")
         return command
 
 

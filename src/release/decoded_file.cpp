@@ -1,4 +1,4 @@
-// StagingOutput and BaseFile: whole reads and writes at positions, on the calling thread.
+// StagingOutput: whole reads and writes at positions, on the calling thread.
 #include "release/decoded_file.h"
 #include "http/body_sink.h"
 
@@ -53,20 +53,4 @@ bool StagingOutput::Write(const void* data, size_t length)
 bool StagingOutput::ReadAt(uint64_t position, void* buffer, size_t length)
 {
     return position + length <= size && ReadWhole(file, position, buffer, length);
-}
-
-uint32_t BaseFile::Open(const std::wstring& path, uint64_t& size)
-{
-    if (uint32_t error = file.Open(path, true, false, true, OPEN_EXISTING, FileIo::Direct))
-        return error;
-    LARGE_INTEGER length;
-    if (!GetFileSizeEx(file.Handle(), &length))
-        return GetLastError();
-    size = static_cast<uint64_t>(length.QuadPart);
-    return 0;
-}
-
-bool BaseFile::ReadAt(uint64_t position, void* buffer, size_t length)
-{
-    return ReadWhole(file, position, buffer, length);
 }

@@ -1,6 +1,5 @@
-// The two files a decoding works on: the staging file, written at increasing offsets and read
-// back where a match reaches beyond the decoder's memory, and the installed file read at
-// positions as the base of a patch. Neither is ever held in memory whole.
+// The staging file a decoding writes: at increasing offsets, read back where a match reaches
+// beyond the decoder's memory. It is never held in memory whole.
 #pragma once
 #include "runtime/file.h"
 #include "zstd/decoder.h"
@@ -25,15 +24,4 @@ private:
     WrittenBody& digest;
     wFile file;
     uint64_t size = 0;
-};
-
-// The installed file that a patch applies to, read only.
-class BaseFile final : public HistoryReader {
-public:
-    // Opens the file and gives its size: 0 or the Windows error code.
-    uint32_t Open(const std::wstring& path, uint64_t& size);
-    bool ReadAt(uint64_t position, void* buffer, size_t length) override;
-
-private:
-    wFile file;
 };

@@ -1,5 +1,6 @@
 // DownloadSmallerForm: one object per GET, its body pushed through the decoder into the staging
-// file, with the old file as the patch's base; the log says what came and how much was fetched.
+// file, with the old file mapped as the patch's base (a patch copies from it in many short
+// pieces, each a read call if it were read); the log says what came and how much was fetched.
 #include "release/object_download.h"
 #include "http/request.h"
 #include "http/status.h"
@@ -12,6 +13,7 @@
 #include "release/download_progress.h"
 #include "release/update_item.h"
 #include "zstd/decoder.h"
+#include "zstd/file_io.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -49,10 +51,9 @@ std::wstring DecodeObject(const DownloadRequest& request, const std::wstring& ho
     std::wstring url = FormatW(L"http://%s%s", host.c_str(), object.path.c_str());
     LogW(L"HTTP Getting... %s", url.c_str());
 
-    BaseFile base;
-    uint64_t baseSize = 0;
+    MappedHistory base;
     if (!basePath.empty()) {
-        if (uint32_t error = base.Open(basePath, baseSize))
+        if (uint32_t error = base.Open(basePath))
             return FormatW(L"the installed file cannot be read (0x%08X)", error);
     }
     CreateDirectoryPath(GetDirectoryPart(request.destinationPath));
@@ -63,7 +64,7 @@ std::wstring DecodeObject(const DownloadRequest& request, const std::wstring& ho
 
     ZstdLimits limits;
     limits.maxContent = item.size;
-    ZstdDecoder decoder(limits, output, basePath.empty() ? nullptr : &base, baseSize);
+    ZstdDecoder decoder(limits, output, basePath.empty() ? nullptr : &base, base.Size());
     DecodingBody body(decoder, request.progress);
     HttpRequest http;
     http.bodyStream = &body;

@@ -108,6 +108,18 @@ class MakeSite(unittest.TestCase):
         self.assertIn("z", entries["added.txt"])
         self.assertEqual(self.read(site, "/app.dll"), new)
 
+    def test_objects_made_with_zstds_threads_decode_to_the_release(self):
+        old = noise(7, 200000)
+        new = old[:100000] + b"changed" + old[100000:]
+        v1 = self.release("v1", {"app.dll": old})
+        v2 = self.release("v2", {"app.dll": new, "notes.txt": b"a line of notes\n" * 2000})
+        site, manifest = self.site(v2, "--previous", v1, "--level", "3", "--threads", "2")
+        entries = {entry["n"]: entry for entry in manifest["files"]}
+        (patch,) = entries["app.dll"]["p"]
+        self.assertLess(patch["s"], 2000)
+        self.assertEqual(self.decode(site, patch["u"], os.path.join(v1, "app.dll")), new)
+        self.assertEqual(self.decode(site, entries["notes.txt"]["z"]["u"]), b"a line of notes\n" * 2000)
+
     def test_a_patch_no_smaller_than_the_compressed_file_is_not_kept(self):
         new = b"a line that repeats\n" * 5000
         v1 = self.release("v1", {"app.txt": noise(5, 100000)})
@@ -171,6 +183,7 @@ class MakeSite(unittest.TestCase):
         self.assertIn("-o is not used with it", self.make(v2, "--site", site, "-o", "m.json", fails=True))
         self.assertIn("--previous needs --site", self.make(v2, "--previous", v2, fails=True))
         self.assertIn("--level 30 is not between 1 and 22", self.make(v2, "--site", site, "--level", "30", fails=True))
+        self.assertIn("--threads 0 is not between 1 and 64", self.make(v2, "--site", site, "--threads", "0", fails=True))
 
 
 if __name__ == "__main__":
