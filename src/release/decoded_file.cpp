@@ -1,4 +1,4 @@
-// StagingOutput: whole reads and writes at positions, on the calling thread.
+// StagingOutput: whole writes at positions on the calling thread, reads through a view.
 #include "release/decoded_file.h"
 #include "http/body_sink.h"
 
@@ -29,6 +29,7 @@ bool ReadWhole(wFile& file, uint64_t position, void* buffer, size_t length)
 
 uint32_t StagingOutput::Create(const std::wstring& path)
 {
+    view.Close();
     size = 0;
     digest.Restart();
     return file.Open(path, true, true, false, CREATE_ALWAYS, FileIo::Direct);
@@ -52,5 +53,7 @@ bool StagingOutput::Write(const void* data, size_t length)
 
 bool StagingOutput::ReadAt(uint64_t position, void* buffer, size_t length)
 {
-    return position + length <= size && ReadWhole(file, position, buffer, length);
+    if (position > size || length > size - position)
+        return false;
+    return view.Read(file, size, position, buffer, length) || ReadWhole(file, position, buffer, length);
 }

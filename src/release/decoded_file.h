@@ -1,8 +1,9 @@
-// The staging file a decoding writes: at increasing offsets, read back where a match reaches
-// beyond the decoder's memory. It is never held in memory whole.
+// The staging file a decoding writes: at increasing offsets, read back through a growing view
+// where a match reaches beyond the decoder's memory. It is never held in memory whole.
 #pragma once
 #include "runtime/file.h"
 #include "zstd/decoder.h"
+#include "zstd/file_io.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -23,5 +24,6 @@ public:
 private:
     WrittenBody& digest;
     wFile file;
+    GrowingView view;  // after `file`: unmapped before the file closes
     uint64_t size = 0;
 };

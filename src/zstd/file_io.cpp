@@ -1,9 +1,41 @@
-// FileSink and MappedHistory.
+// GrowingView, FileSink and MappedHistory.
 #include "zstd/file_io.h"
 
 #include <windows.h>
 
 #include <cstring>
+
+bool GrowingView::Read(const wFile& file, uint64_t written, uint64_t position, void* buffer, size_t length)
+{
+    if (position > written || length > written - position)
+        return false;
+    if (length == 0)
+        return true;
+    if (position + length > mapped) {
+        Close();
+        mapping.Reset(CreateFileMappingW(file.Handle(), nullptr, PAGE_READONLY, static_cast<DWORD>(written >> 32),
+                                         static_cast<DWORD>(written), nullptr));
+        if (!mapping)
+            return false;
+        view = static_cast<const uint8_t*>(MapViewOfFile(mapping.Get(), FILE_MAP_READ, 0, 0, 0));
+        if (!view) {
+            mapping.Reset();
+            return false;
+        }
+        mapped = written;
+    }
+    std::memcpy(buffer, view + position, length);
+    return true;
+}
+
+void GrowingView::Close()
+{
+    if (view)
+        UnmapViewOfFile(view);
+    view = nullptr;
+    mapping.Reset();
+    mapped = 0;
+}
 
 bool FileSink::Transfer(bool write, uint64_t position, void* buffer, size_t length)
 {
@@ -34,6 +66,8 @@ bool FileSink::ReadAt(uint64_t position, void* buffer, size_t length)
 {
     if (position > written || length > written - position)
         return false;
+    if (view.Read(file, start + written, start + position, buffer, length))
+        return true;
     return Transfer(false, start + position, buffer, length);
 }
 

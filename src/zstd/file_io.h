@@ -1,6 +1,7 @@
 // The decoder's sink and history over files: FileSink appends the output to a file opened for
-// reading and writing and reads it back; MappedHistory serves the old file of a patch from a
-// read-only mapping, which the system pages in and out without charging it to the process.
+// reading and writing and reads it back through a GrowingView; MappedHistory serves the old file
+// of a patch from a read-only mapping. Mapped pages belong to the file: the system pages them in
+// and out without charging them to the process.
 #pragma once
 #include "runtime/file.h"
 #include "runtime/handles.h"
@@ -8,6 +9,30 @@
 
 #include <cstdint>
 #include <string>
+
+// A read-only view of a file that is still being appended to, mapped again when a read reaches
+// past what the last mapping covered. A long-window frame reads its own earlier output back in
+// hundreds of thousands of short pieces; through a view each costs no call into the system, and
+// since the decoder holds the most recent bytes itself, the file is mapped again only after it
+// has grown by more than that.
+class GrowingView {
+public:
+    GrowingView() = default;
+    ~GrowingView() { Close(); }
+    GrowingView(const GrowingView&) = delete;
+    GrowingView& operator=(const GrowingView&) = delete;
+
+    // Copies `length` bytes at `position` of `file`, whose first `written` bytes hold what was
+    // written; false when they cannot be mapped.
+    bool Read(const wFile& file, uint64_t written, uint64_t position, void* buffer, size_t length);
+    // Lets the file go; a file that is mapped can be neither truncated nor replaced.
+    void Close();
+
+private:
+    UniqueHandle mapping;
+    const uint8_t* view = nullptr;
+    uint64_t mapped = 0;
+};
 
 class FileSink : public ZstdSink {
 public:
@@ -27,6 +52,7 @@ private:
     uint64_t start;
     uint64_t written = 0;
     uint32_t lastError = 0;
+    GrowingView view;
 };
 
 class MappedHistory : public HistoryReader {
