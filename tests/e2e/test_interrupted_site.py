@@ -57,7 +57,7 @@ class KilledDecoding(unittest.TestCase):
         cls.site = os.path.join(cls.work, "site")
         subprocess.run([os.path.join(TOOLS, "make-manifest"), os.path.join(cls.work, "v2"), "--url-prefix", "/files",
                         "--site", cls.site, "--previous", os.path.join(cls.work, "v1"), "--level", "3"], check=True)
-        cls.server = ScriptedServer(cls.answer)
+        cls.server = ScriptedServer(cls.answer, concurrent=True)
         cls.argument = quote_argument(f'{{"domains": ["{cls.server.domain}"], "pathAndQuery": "/manifest.json"}}')
         cls.template = make_app_folder("interrupted-site-template")
         for name, data in V1.items():

@@ -96,13 +96,16 @@ http {{
 
 class ScriptedServer:
     """Answers every connection with `answer(request_head)` (bytes, or an iterable of bytes sent piece
-    by piece) and closes; records the heads.
+    by piece) and closes; records the heads. One connection at a time, unless `concurrent`: then
+    each has a thread of its own, so that a client killed mid-answer, whose connection may stay open
+    unread for a while, does not hold up the next one.
     Listens on 127.0.0.1 unless given a listening socket opened elsewhere (in a namespace)."""
 
-    def __init__(self, answer, listener=None):
+    def __init__(self, answer, listener=None, concurrent=False):
         self.answer = answer
         self.heads = []
         self.listener = listener
+        self.concurrent = concurrent
         if not listener:
             self.listener = socket.socket()
             self.listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
@@ -122,22 +125,28 @@ class ScriptedServer:
                 connection, _ = self.listener.accept()
             except OSError:
                 return
-            with connection:
-                head = b""
-                connection.settimeout(PATIENCE)
-                try:
-                    while b"\r\n\r\n" not in head:
-                        data = connection.recv(65536)
-                        if not data:
-                            break
-                        head += data
-                    self.heads.append(head)
-                    reply = self.answer(head)
-                    # An answer is bytes, or pieces (a generator may pause between them).
-                    for piece in [reply] if isinstance(reply, bytes) else reply:
-                        connection.sendall(piece)
-                except OSError:
-                    pass
+            if self.concurrent:
+                threading.Thread(target=self.handle, args=(connection,), daemon=True).start()
+            else:
+                self.handle(connection)
+
+    def handle(self, connection):
+        with connection:
+            head = b""
+            connection.settimeout(PATIENCE)
+            try:
+                while b"\r\n\r\n" not in head:
+                    data = connection.recv(65536)
+                    if not data:
+                        break
+                    head += data
+                self.heads.append(head)
+                reply = self.answer(head)
+                # An answer is bytes, or pieces (a generator may pause between them).
+                for piece in [reply] if isinstance(reply, bytes) else reply:
+                    connection.sendall(piece)
+            except OSError:
+                pass
 
     def paths(self):
         return [head.split(b" ")[1].decode() for head in self.heads if head.count(b" ") >= 2]
