@@ -63,6 +63,15 @@ public:
         consumed += count;
         return value;
     }
+    // Peek() and Read() for a reader that has read at most 63 bits of its word since a refill:
+    // no masks on the shifts.
+    uint64_t PeekNear(unsigned count) const { return ((word << consumed) >> 1) >> (63 - count); }
+    uint64_t ReadNear(unsigned count)
+    {
+        uint64_t value = PeekNear(count);
+        consumed += count;
+        return value;
+    }
 
     // Refills the held word so that at least 56 bits are ready unless the stream's start is near.
     void Reload()
@@ -85,7 +94,8 @@ public:
         word = LoadLe64(cursor);
     }
 
-    // Reload for a stream known to be Roomy(): no checks.
+    // Reload for a stream known to be Roomy(): no checks. A refill moves the cursor back by at most
+    // 8 bytes.
     void ReloadRoomy()
     {
         cursor -= consumed >> 3;
@@ -93,8 +103,9 @@ public:
         word = LoadLe64(cursor);
     }
 
-    // True when the fast path may read 56 bits after a Reload without nearing the start.
-    bool Roomy() const { return cursor >= begin + 8; }
+    // True when the fast path may read 56 bits after a Reload without nearing the start; with
+    // `refills`, after that many refills in a row (none of them past 64 bits read).
+    bool Roomy(unsigned refills = 1) const { return static_cast<size_t>(cursor - begin) >= 8 * refills; }
     bool Overread() const { return consumed > 64; }
     // Every bit read, and no more.
     bool Exhausted() const { return cursor == begin && consumed == 64; }

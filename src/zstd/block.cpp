@@ -55,6 +55,9 @@ bool BuildTable(const FseDistribution& distribution, unsigned kind, SequenceTabl
         SetCode(table.rows[u], kind, rows[u].symbol);
     }
     table.log = distribution.log;
+    table.farRows = 0;
+    for (unsigned u = 0; u < size; ++u)
+        table.farRows += table.rows[u].extraBits >= kFarBits;
     return true;
 }
 
@@ -187,6 +190,7 @@ ZstdError BlockDecoder::ReadTables(const uint8_t* data, size_t size, size_t& use
                 return ZstdError::Sequences;
             SequenceTable& table = custom[kind];
             table.log = 0;
+            table.farRows = kind == 1 && data[used] >= kFarBits;
             table.rows[0].nextBase = 0;
             table.rows[0].stateBits = 0;
             SetCode(table.rows[0], kind, data[used]);

@@ -2,6 +2,7 @@
 #include "zstd/huffman.h"
 
 #include "zstd/bits.h"
+#include "zstd/cpu.h"
 #include "zstd/fse.h"
 
 #include <cstring>
@@ -142,16 +143,19 @@ ZstdError ReadHuffmanTable(const uint8_t* data, size_t size, HuffmanTable& table
 
 namespace {
 
-inline uint8_t DecodeSymbol(const uint16_t* rows, unsigned maxBits, BackwardBits& bits)
+inline uint8_t DecodeSymbol(const HuffmanTable& table, BackwardBits& bits)
 {
-    uint16_t row = rows[bits.Peek(maxBits)];
+    uint16_t row = table.rows[bits.Peek(table.maxBits)];
     bits.Skip(row >> 8);
     return static_cast<uint8_t>(row);
 }
 
-inline uint8_t DecodeSymbol(const HuffmanTable& table, BackwardBits& bits)
+// DecodeSymbol() in the fast loops, which refill before 63 bits of the word are read.
+VEY_INLINE uint8_t DecodeSymbolNear(const uint16_t* rows, unsigned maxBits, BackwardBits& bits)
 {
-    return DecodeSymbol(table.rows, table.maxBits, bits);
+    uint16_t row = rows[bits.PeekNear(maxBits)];
+    bits.Skip(row >> 8);
+    return static_cast<uint8_t>(row);
 }
 
 // Decodes symbols one at a time up to `end`, refilling as it goes.
@@ -171,6 +175,47 @@ inline ZstdError StreamEnd(BackwardBits& bits)
     return bits.Exhausted() ? ZstdError::None : ZstdError::HuffmanEnd;
 }
 
+// Decodes the four streams side by side while each has room for a whole round. The fourth
+// segment is the shortest, so `end` (its end) bounds the loop. Five symbols of at most 11 bits
+// per stream fit in the 57 bits a refill guarantees; the table, the bits and the outputs are held
+// in locals, which the symbols' byte stores cannot be taken to change.
+VEY_INLINE void DecodeInterleaved(const HuffmanTable& table, BackwardBits* bits, uint8_t** outs, const uint8_t* end)
+{
+    const uint16_t* rows = table.rows;
+    const unsigned maxBits = table.maxBits;
+    BackwardBits b0 = bits[0], b1 = bits[1], b2 = bits[2], b3 = bits[3];
+    uint8_t *o0 = outs[0], *o1 = outs[1], *o2 = outs[2], *o3 = outs[3];
+    while (end - o3 >= 5 && b0.Roomy() && b1.Roomy() && b2.Roomy() && b3.Roomy()) {
+        b0.ReloadRoomy();
+        b1.ReloadRoomy();
+        b2.ReloadRoomy();
+        b3.ReloadRoomy();
+        for (int k = 0; k < 5; ++k) {
+            o0[k] = DecodeSymbolNear(rows, maxBits, b0);
+            o1[k] = DecodeSymbolNear(rows, maxBits, b1);
+            o2[k] = DecodeSymbolNear(rows, maxBits, b2);
+            o3[k] = DecodeSymbolNear(rows, maxBits, b3);
+        }
+        o0 += 5;
+        o1 += 5;
+        o2 += 5;
+        o3 += 5;
+    }
+    bits[0] = b0, bits[1] = b1, bits[2] = b2, bits[3] = b3;
+    outs[0] = o0, outs[1] = o1, outs[2] = o2, outs[3] = o3;
+}
+
+void DecodeInterleavedPlain(const HuffmanTable& table, BackwardBits* bits, uint8_t** outs, const uint8_t* end)
+{
+    DecodeInterleaved(table, bits, outs, end);
+}
+
+VEY_TARGET_BMI2 void DecodeInterleavedBmi2(const HuffmanTable& table, BackwardBits* bits, uint8_t** outs,
+                                           const uint8_t* end)
+{
+    DecodeInterleaved(table, bits, outs, end);
+}
+
 }  // namespace
 
 ZstdError DecodeHuffmanStream(const HuffmanTable& table, const uint8_t* data, size_t size, uint8_t* out, size_t count)
@@ -186,11 +231,11 @@ ZstdError DecodeHuffmanStream(const HuffmanTable& table, const uint8_t* data, si
     BackwardBits fast = bits;
     while (end - out >= 5 && fast.Roomy()) {
         fast.ReloadRoomy();
-        out[0] = DecodeSymbol(rows, maxBits, fast);
-        out[1] = DecodeSymbol(rows, maxBits, fast);
-        out[2] = DecodeSymbol(rows, maxBits, fast);
-        out[3] = DecodeSymbol(rows, maxBits, fast);
-        out[4] = DecodeSymbol(rows, maxBits, fast);
+        out[0] = DecodeSymbolNear(rows, maxBits, fast);
+        out[1] = DecodeSymbolNear(rows, maxBits, fast);
+        out[2] = DecodeSymbolNear(rows, maxBits, fast);
+        out[3] = DecodeSymbolNear(rows, maxBits, fast);
+        out[4] = DecodeSymbolNear(rows, maxBits, fast);
         out += 5;
     }
     bits = fast;
@@ -225,31 +270,10 @@ ZstdError DecodeHuffmanStreams(const HuffmanTable& table, const uint8_t* data, s
         outs[i] = out + i * segment;
         ends[i] = i == 3 ? out + count : outs[i] + segment;
     }
-    // The fourth segment is the shortest, so it bounds the interleaved loop. Five symbols of at
-    // most 11 bits per stream fit in the 57 bits a refill guarantees; the table, the bits and
-    // the outputs are held in locals, which the symbols' byte stores cannot be taken to change.
-    const uint16_t* rows = table.rows;
-    const unsigned maxBits = table.maxBits;
-    BackwardBits b0 = bits[0], b1 = bits[1], b2 = bits[2], b3 = bits[3];
-    uint8_t *o0 = outs[0], *o1 = outs[1], *o2 = outs[2], *o3 = outs[3];
-    while (ends[3] - o3 >= 5 && b0.Roomy() && b1.Roomy() && b2.Roomy() && b3.Roomy()) {
-        b0.ReloadRoomy();
-        b1.ReloadRoomy();
-        b2.ReloadRoomy();
-        b3.ReloadRoomy();
-        for (int k = 0; k < 5; ++k) {
-            o0[k] = DecodeSymbol(rows, maxBits, b0);
-            o1[k] = DecodeSymbol(rows, maxBits, b1);
-            o2[k] = DecodeSymbol(rows, maxBits, b2);
-            o3[k] = DecodeSymbol(rows, maxBits, b3);
-        }
-        o0 += 5;
-        o1 += 5;
-        o2 += 5;
-        o3 += 5;
-    }
-    bits[0] = b0, bits[1] = b1, bits[2] = b2, bits[3] = b3;
-    outs[0] = o0, outs[1] = o1, outs[2] = o2, outs[3] = o3;
+    if (HasBmi2())
+        DecodeInterleavedBmi2(table, bits, outs, ends[3]);
+    else
+        DecodeInterleavedPlain(table, bits, outs, ends[3]);
     for (int i = 0; i < 4; ++i) {
         DecodeTail(table, bits[i], outs[i], ends[i]);
         ZstdError error = StreamEnd(bits[i]);

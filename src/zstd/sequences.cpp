@@ -1,10 +1,16 @@
 // Sequences: SequenceReader turns the bit stream into (literals length, match length, offset),
-// resolving the repeat offsets; ExecuteSequences keeps a short queue of them, hinting each
-// match's source to the cache when it is read and copying it when it leaves the queue.
+// resolving the repeat offsets; SequenceWriter carries each one out into the window. A block
+// whose offsets mostly stay within what the cache holds is carried out in order, one sequence
+// as soon as it is read; one whose offsets reach far runs its reading a few sequences ahead of
+// its copies, so that each match's source is already on its way into the cache when its copy
+// comes.
 #include "zstd/sequences.h"
 
 #include "zstd/bits.h"
 #include "zstd/copy.h"
+#include "zstd/cpu.h"
+
+#include <cstring>
 
 namespace {
 
@@ -14,8 +20,9 @@ struct Sequence {
     size_t offset;
 };
 
-// No sequence: the value of the indexes below while nothing happened.
-constexpr unsigned kNone = ~0u;
+// Refills of the held word one sequence makes at most: before its extra bits, between them when
+// they are many, and before its states.
+constexpr unsigned kSequenceRefills = 3;
 
 class SequenceReader {
 public:
@@ -35,19 +42,26 @@ public:
         return true;
     }
 
-    // Sequence `number` of the block; the last one leaves the states as they are.
-    Sequence Next(unsigned number, bool last)
+    // True while the next sequence cannot bring the reader near the stream's start, so that it
+    // may be read with Next<true>, which refills the held word without checks.
+    bool Roomy() const { return bits.Roomy(kSequenceRefills); }
+
+    // The next sequence; the last one leaves the states as they are. `zero` is set when its
+    // offset, a repeat, works out to 0.
+    template <bool kRoomy>
+    VEY_INLINE Sequence Next(bool last, bool& zero)
     {
         Sequence sequence;
-        bits.Reload();
+        Reload<kRoomy>();
         const SequenceRow of = offsetRows[offsetState];
         const SequenceRow ml = matchRows[matchState];
         const SequenceRow ll = literalRows[literalState];
-        uint32_t offsetValue = of.base + static_cast<uint32_t>(bits.Read(of.extraBits));
-        sequence.matchLength = ml.base + static_cast<size_t>(bits.Read(ml.extraBits));
+        uint32_t offsetValue = of.base + static_cast<uint32_t>(Read<kRoomy>(of.extraBits));
+        sequence.matchLength = ml.base + static_cast<size_t>(Read<kRoomy>(ml.extraBits));
         if (of.extraBits + ml.extraBits + ll.extraBits > 56)
-            bits.Reload();
-        sequence.literalLength = ll.base + static_cast<size_t>(bits.Read(ll.extraBits));
+            Reload<kRoomy>();
+        sequence.literalLength = ll.base + static_cast<size_t>(Read<kRoomy>(ll.extraBits));
+        zero = false;
         if (offsetValue > 3) {
             sequence.offset = offsetValue - 3;
             rep2 = rep1;
@@ -59,10 +73,7 @@ public:
                 sequence.offset = rep0;
             } else {
                 uint32_t offset = repeat == 1 ? rep1 : repeat == 2 ? rep2 : rep0 - 1;
-                if (offset == 0 && zeroAt == kNone) {
-                    zeroAt = number;
-                    zeroError = bits.Overread() ? ZstdError::SequencesEnd : ZstdError::ZeroOffset;
-                }
+                zero = offset == 0;
                 if (repeat != 1)
                     rep2 = rep1;
                 rep1 = rep0;
@@ -71,33 +82,22 @@ public:
             }
         }
         if (!last) {
-            bits.Reload();
-            literalState = ll.nextBase + static_cast<unsigned>(bits.Read(ll.stateBits));
-            matchState = ml.nextBase + static_cast<unsigned>(bits.Read(ml.stateBits));
-            offsetState = of.nextBase + static_cast<unsigned>(bits.Read(of.stateBits));
+            Reload<kRoomy>();
+            literalState = ll.nextBase + static_cast<unsigned>(Read<kRoomy>(ll.stateBits));
+            matchState = ml.nextBase + static_cast<unsigned>(Read<kRoomy>(ml.stateBits));
+            offsetState = of.nextBase + static_cast<unsigned>(Read<kRoomy>(of.stateBits));
         }
-        if (overreadAt == kNone && bits.Overread())
-            overreadAt = number;
         return sequence;
     }
 
+    // The stream was read past its start: whatever broke after that, the cause is its end.
+    bool Overread() const { return bits.Overread(); }
     // Every bit of the stream read, and no more.
     bool Exhausted()
     {
         bits.Reload();
         return bits.Exhausted();
     }
-
-    // The error of a sequence that could not be carried out: once the stream was read past its
-    // start, whatever broke, the cause is the stream's end.
-    ZstdError Failure(unsigned number, ZstdError error) const
-    {
-        return number >= overreadAt ? ZstdError::SequencesEnd : error;
-    }
-
-    // The first sequence whose repeat offset worked out to 0 (kNone when none), and its error.
-    unsigned zeroAt = kNone;
-    ZstdError zeroError = ZstdError::None;
 
     void SaveRepeats(uint32_t* repeats) const
     {
@@ -107,18 +107,256 @@ public:
     }
 
 private:
+    // Away from the stream's start the held word is refilled before 64 of its bits are read.
+    template <bool kRoomy>
+    VEY_INLINE uint64_t Read(unsigned count)
+    {
+        return kRoomy ? bits.ReadNear(count) : bits.Read(count);
+    }
+
+    template <bool kRoomy>
+    VEY_INLINE void Reload()
+    {
+        if (kRoomy)
+            bits.ReloadRoomy();
+        else
+            bits.Reload();
+    }
+
     BackwardBits bits;
     const SequenceRow* literalRows;
     const SequenceRow* offsetRows;
     const SequenceRow* matchRows;
     unsigned literalState = 0, offsetState = 0, matchState = 0;
     uint32_t rep0, rep1, rep2;
-    unsigned overreadAt = kNone;  // the first sequence read with the stream read past its start
 };
+
+// Where a match that reaches before the near history leaves the output: its new end, or null
+// with the error.
+struct FarCopy {
+    uint8_t* out;
+    ZstdError error;
+};
+
+// A match whose source lies before the near history: wrapped round the ring, in the old file, or
+// beyond the ring. Out of line, and given plain values, so that the hot loop's state never has
+// its address taken.
+FarCopy CopyFar(Window& window, uint8_t* out, size_t offset, size_t length, bool overread)
+{
+    bool wild;
+    if (const uint8_t* source = window.WrappedSource(out, offset, length)) {
+        WildCopy16(out, source, length);
+    } else if (const uint8_t* old = window.PrefixSource(out, offset, length, wild)) {
+        if (wild)
+            WildCopy16(out, old, length);
+        else
+            std::memcpy(out, old, length);
+    } else {
+        bool readFailed;
+        if (!window.CopyMatch(out, offset, length, readFailed))
+            return {nullptr, readFailed ? ZstdError::Read : overread ? ZstdError::SequencesEnd : ZstdError::Offset};
+    }
+    return {out + length, ZstdError::None};
+}
+
+// Carries out sequences into the block: each one's literals, then its match from wherever its
+// source lies. A failure names the sequence's own error, or the stream's end when the reader had
+// gone past the stream's start by the time that sequence was read.
+class SequenceWriter {
+public:
+    SequenceWriter(const SequenceInput& input, size_t blockMax, Window& window)
+        : start(window.BlockStart()), out(start), end(start + blockMax), near(window.NearStart()),
+          literal(input.literals), literalEnd(input.literals + input.literalCount), window(&window)
+    {
+    }
+
+    VEY_INLINE ZstdError Execute(const Sequence& sequence, bool overread)
+    {
+        if (sequence.literalLength > static_cast<size_t>(literalEnd - literal))
+            return overread ? ZstdError::SequencesEnd : ZstdError::Sequences;
+        if (sequence.literalLength + sequence.matchLength > static_cast<size_t>(end - out))
+            return overread ? ZstdError::SequencesEnd : ZstdError::BlockSize;
+        // The literals and the block both have slack behind them, so the most common short run
+        // takes one chunk and no branch.
+        std::memcpy(out, literal, 16);
+        if (sequence.literalLength > 16)
+            WildCopy16(out + 16, literal + 16, sequence.literalLength - 16);
+        out += sequence.literalLength;
+        literal += sequence.literalLength;
+        if (sequence.offset <= static_cast<size_t>(out - near)) {
+            CopyNear(out, sequence.offset, sequence.matchLength);
+            out += sequence.matchLength;
+            return ZstdError::None;
+        }
+        FarCopy copy = CopyFar(*window, out, sequence.offset, sequence.matchLength, overread);
+        out = copy.out;
+        return copy.error;
+    }
+
+    // Appends the literals left after the last sequence; `decoded` is the block's size.
+    ZstdError Finish(size_t& decoded)
+    {
+        size_t rest = static_cast<size_t>(literalEnd - literal);
+        if (rest > static_cast<size_t>(end - out))
+            return ZstdError::BlockSize;
+        std::memcpy(out, literal, rest);
+        out += rest;
+        decoded = static_cast<size_t>(out - start);
+        return ZstdError::None;
+    }
+
+    const uint8_t* Out() const { return out; }
+
+private:
+    uint8_t* start;
+    uint8_t* out;
+    uint8_t* end;
+    const uint8_t* near;
+    const uint8_t* literal;
+    const uint8_t* literalEnd;
+    Window* window;
+};
+
+ZstdError ZeroOffsetError(bool overread) { return overread ? ZstdError::SequencesEnd : ZstdError::ZeroOffset; }
+
+// Reads each sequence and carries it out at once: the reader has read exactly the sequences up
+// to the one that fails, so its state tells whether it had overrun. Sequences far enough from
+// the stream's start are read without its checks.
+VEY_INLINE ZstdError InOrder(SequenceReader& reader, unsigned count, SequenceWriter& writer)
+{
+    unsigned i = 0;
+    bool zero;
+    for (; i + 1 < count && reader.Roomy(); ++i) {
+        Sequence sequence = reader.Next<true>(false, zero);
+        if (zero)
+            return ZeroOffsetError(false);
+        ZstdError error = writer.Execute(sequence, false);
+        if (error != ZstdError::None)
+            return error;
+    }
+    for (; i < count; ++i) {
+        Sequence sequence = reader.Next<false>(i + 1 == count, zero);
+        if (zero)
+            return ZeroOffsetError(reader.Overread());
+        ZstdError error = writer.Execute(sequence, reader.Overread());
+        if (error != ZstdError::None)
+            return error;
+    }
+    return ZstdError::None;
+}
 
 // Sequences read ahead of the one being copied: enough to cover the latency of a miss to memory
 // with the work of the copies between.
 constexpr unsigned kAhead = 8;
+
+// No sequence: the value of the indexes below while nothing happened.
+constexpr unsigned kNone = ~0u;
+
+// Where a match's source lies, worked out as its sequence is read, to hint it to the cache.
+struct SourceHints {
+    explicit SourceHints(const Window& window, const uint8_t* out)
+        : ahead(reinterpret_cast<uintptr_t>(out)), near(reinterpret_cast<uintptr_t>(window.NearStart())),
+          wrapSpan(window.WrapSpan()), frameStart(window.FrameStart()), prefixEnd(window.PrefixEnd())
+    {
+    }
+
+    VEY_INLINE void Hint(const Sequence& sequence)
+    {
+        ahead += sequence.literalLength;
+        uintptr_t source = ahead - sequence.offset;
+        if (source < near) {
+            // Before the frame's start: in the old file; else wrapped round the ring.
+            size_t here = ahead - frameStart;
+            source = sequence.offset > here && prefixEnd ? prefixEnd - (sequence.offset - here) : source + wrapSpan;
+        }
+        PrefetchLine(source);
+        ahead += sequence.matchLength;
+    }
+
+    // Where the literals of the next sequence read will go, as an address for the hint only:
+    // damaged lengths may take it anywhere.
+    uintptr_t ahead;
+    uintptr_t near;
+    size_t wrapSpan;
+    uintptr_t frameStart;
+    uintptr_t prefixEnd;
+};
+
+// Reads kAhead sequences ahead of the one carried out, hinting each match's source to the cache
+// as it is read. The first sequence read after an overrun, and the first with a zero offset, are
+// noted so that each sequence fails as it would in order.
+class AheadLoop {
+public:
+    AheadLoop(unsigned count, SourceHints hints) : count(count), hints(hints) {}
+
+    VEY_INLINE ZstdError Run(SequenceReader& reader, SequenceWriter& writer)
+    {
+        unsigned i = 0;
+        ZstdError error = ZstdError::None;
+        for (; i + 1 < count && reader.Roomy() && error == ZstdError::None; ++i)
+            error = Round<true>(i, reader, writer);
+        for (; i < count + kAhead && error == ZstdError::None; ++i)
+            error = Round<false>(i, reader, writer);
+        return error;
+    }
+
+private:
+    // Reads sequence i, when there is one, and carries out sequence i - kAhead.
+    template <bool kRoomy>
+    VEY_INLINE ZstdError Round(unsigned i, SequenceReader& reader, SequenceWriter& writer)
+    {
+        Sequence& slot = queue[i % kAhead];
+        const Sequence sequence = slot;
+        if (kRoomy || i < count) {
+            bool zero;
+            slot = reader.Next<kRoomy>(!kRoomy && i + 1 == count, zero);
+            if (zero && zeroAt == kNone) {
+                zeroAt = i;
+                zeroOverread = reader.Overread();
+            }
+            if (!kRoomy && overreadAt == kNone && reader.Overread())
+                overreadAt = i;
+            hints.Hint(slot);
+        }
+        if (i < kAhead)
+            return ZstdError::None;
+        unsigned index = i - kAhead;
+        if (index == zeroAt)
+            return ZeroOffsetError(zeroOverread);
+        return writer.Execute(sequence, index >= overreadAt);
+    }
+
+    const unsigned count;
+    SourceHints hints;
+    Sequence queue[kAhead] = {};
+    unsigned zeroAt = kNone, overreadAt = kNone;
+    bool zeroOverread = false;
+};
+
+// Runs the chosen loop on copies of the reader and the writer, which then live in registers
+// (the loops' byte stores could otherwise change them), and hands them back at the end.
+VEY_INLINE ZstdError Run(SequenceReader& sharedReader, unsigned count, SequenceWriter& sharedWriter, const Window& window,
+                         bool far)
+{
+    SequenceReader reader = sharedReader;
+    SequenceWriter writer = sharedWriter;
+    ZstdError error = far ? AheadLoop(count, SourceHints(window, writer.Out())).Run(reader, writer)
+                          : InOrder(reader, count, writer);
+    sharedReader = reader;
+    sharedWriter = writer;
+    return error;
+}
+
+ZstdError RunPlain(SequenceReader& reader, unsigned count, SequenceWriter& writer, const Window& window, bool far)
+{
+    return Run(reader, count, writer, window, far);
+}
+
+VEY_TARGET_BMI2 ZstdError RunBmi2(SequenceReader& reader, unsigned count, SequenceWriter& writer, const Window& window,
+                                  bool far)
+{
+    return Run(reader, count, writer, window, far);
+}
 
 }  // namespace
 
@@ -128,78 +366,16 @@ ZstdError ExecuteSequences(const uint8_t* stream, size_t size, unsigned count, c
     SequenceReader reader(input);
     if (!reader.Start(stream, size, input))
         return ZstdError::Sequences;
-    uint8_t* const start = window.BlockStart();
-    const uint8_t* const near = window.NearStart();
-    uint8_t* out = start;
-    uint8_t* const end = start + blockMax;
-    const uint8_t* literal = input.literals;
-    const uint8_t* const literalEnd = literal + input.literalCount;
-
-    // Where the literals of the next sequence read will go, as an address for the cache hint
-    // only: damaged lengths may take it anywhere.
-    uintptr_t ahead = reinterpret_cast<uintptr_t>(out);
-    const size_t wrapSpan = window.WrapSpan();
-    const uintptr_t frameStart = window.FrameStart();
-    const uintptr_t prefixEnd = window.PrefixEnd();
-    auto hint = [&](const Sequence& sequence) {
-        ahead += sequence.literalLength;
-        uintptr_t source = ahead - sequence.offset;
-        if (source < reinterpret_cast<uintptr_t>(near)) {
-            // Before the frame's start: in the old file; else wrapped round the ring.
-            size_t here = ahead - frameStart;
-            source = sequence.offset > here && prefixEnd ? prefixEnd - (sequence.offset - here) : source + wrapSpan;
-        }
-        PrefetchLine(source);
-        ahead += sequence.matchLength;
-    };
-    // Round i reads sequence i and carries out sequence i - kAhead.
-    Sequence queue[kAhead] = {};
-    bool wild = false;
-    for (unsigned i = 0; i < count + kAhead; ++i) {
-        Sequence& slot = queue[i % kAhead];
-        const Sequence sequence = slot;
-        if (i < count) {
-            slot = reader.Next(i, i + 1 == count);
-            hint(slot);
-        }
-        if (i < kAhead)
-            continue;
-        unsigned index = i - kAhead;
-        if (index == reader.zeroAt)
-            return reader.zeroError;
-        if (sequence.literalLength > static_cast<size_t>(literalEnd - literal))
-            return reader.Failure(index, ZstdError::Sequences);
-        if (sequence.literalLength + sequence.matchLength > static_cast<size_t>(end - out))
-            return reader.Failure(index, ZstdError::BlockSize);
-        if (sequence.literalLength) {
-            WildCopy16(out, literal, sequence.literalLength);
-            out += sequence.literalLength;
-            literal += sequence.literalLength;
-        }
-        if (sequence.offset <= static_cast<size_t>(out - near)) {
-            CopyNear(out, sequence.offset, sequence.matchLength);
-        } else if (const uint8_t* source = window.WrappedSource(out, sequence.offset, sequence.matchLength)) {
-            WildCopy16(out, source, sequence.matchLength);
-        } else if (const uint8_t* old = window.PrefixSource(out, sequence.offset, sequence.matchLength, wild)) {
-            if (wild)
-                WildCopy16(out, old, sequence.matchLength);
-            else
-                std::memcpy(out, old, sequence.matchLength);
-        } else {
-            bool readFailed;
-            if (!window.CopyMatch(out, sequence.offset, sequence.matchLength, readFailed))
-                return readFailed ? ZstdError::Read : reader.Failure(index, ZstdError::Offset);
-        }
-        out += sequence.matchLength;
-    }
+    SequenceWriter writer(input, blockMax, window);
+    const SequenceTable& offsets = *input.tables[1];
+    bool far = offsets.farRows * kFarShare >= (1u << offsets.log);
+    ZstdError error = HasBmi2() ? RunBmi2(reader, count, writer, window, far) : RunPlain(reader, count, writer, window, far);
+    if (error != ZstdError::None)
+        return error;
     if (!reader.Exhausted())
         return ZstdError::SequencesEnd;
-    size_t rest = static_cast<size_t>(literalEnd - literal);
-    if (rest > static_cast<size_t>(end - out))
-        return ZstdError::BlockSize;
-    std::memcpy(out, literal, rest);
-    out += rest;
-    reader.SaveRepeats(input.repeats);
-    decoded = static_cast<size_t>(out - start);
-    return ZstdError::None;
+    error = writer.Finish(decoded);
+    if (error == ZstdError::None)
+        reader.SaveRepeats(input.repeats);
+    return error;
 }

@@ -1,6 +1,5 @@
 // Sequences: a compressed block's sequences read from their bit stream and carried out into the
-// window. Reading runs a few sequences ahead of the copies, so that each match's source is
-// already on its way into the cache when its copy comes.
+// window.
 #pragma once
 #include "zstd/decoder.h"
 #include "zstd/window.h"
@@ -19,7 +18,14 @@ struct SequenceRow {
 struct SequenceTable {
     SequenceRow rows[512];
     unsigned log;
+    unsigned farRows;  // of an offsets table: the rows of offsets of kFarBits bits or more
 };
+
+// Offsets of this many bits or more reach beyond what the cache likely holds. A block whose
+// offsets table gives at least 1 / kFarShare of its states to such offsets reads its sequences
+// ahead of their copies and hints their sources to the cache.
+constexpr unsigned kFarBits = 20;
+constexpr unsigned kFarShare = 8;
 
 // What the sequences of one block work from: the tables of literals lengths, offsets and match
 // lengths, the repeat offsets (updated when the block succeeds) and the block's literals.
