@@ -106,6 +106,13 @@ public:
     // True when the fast path may read 56 bits after a Reload without nearing the start; with
     // `refills`, after that many refills in a row (none of them past 64 bits read).
     bool Roomy(unsigned refills = 1) const { return static_cast<size_t>(cursor - begin) >= 8 * refills; }
+    // How many ReloadRoomy() calls in a row stay roomy when at most `step` bytes (up to 8) are
+    // read between two of them.
+    size_t RoomyRefills(size_t step) const
+    {
+        size_t room = static_cast<size_t>(cursor - begin);
+        return room < 8 ? 0 : (room - 8) / step + 1;
+    }
     bool Overread() const { return consumed > 64; }
     // Every bit read, and no more.
     bool Exhausted() const { return cursor == begin && consumed == 64; }

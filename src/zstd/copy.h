@@ -49,7 +49,9 @@ inline void CopyNear(uint8_t* out, size_t offset, size_t length)
     }
     if (length <= 16)
         return;
-    size_t step = offset * ((16 + offset - 1) / offset);
+    // The smallest multiple of each offset below 16 that is at least 16 (a table, not a division).
+    static constexpr uint8_t kStep[16] = {0, 16, 16, 18, 16, 20, 18, 21, 16, 18, 20, 22, 24, 26, 28, 30};
+    size_t step = kStep[offset];
     uint8_t* end = out + length;
     out += 16;
     do {

@@ -5,6 +5,7 @@
 #include "zstd/cpu.h"
 #include "zstd/fse.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace {
@@ -153,7 +154,7 @@ inline uint8_t DecodeSymbol(const HuffmanTable& table, BackwardBits& bits)
 // DecodeSymbol() in the fast loops, which refill before 63 bits of the word are read.
 VEY_INLINE uint8_t DecodeSymbolNear(const uint16_t* rows, unsigned maxBits, BackwardBits& bits)
 {
-    uint16_t row = rows[bits.PeekNear(maxBits)];
+    unsigned row = rows[bits.PeekNear(maxBits)];
     bits.Skip(row >> 8);
     return static_cast<uint8_t>(row);
 }
@@ -175,31 +176,43 @@ inline ZstdError StreamEnd(BackwardBits& bits)
     return bits.Exhausted() ? ZstdError::None : ZstdError::HuffmanEnd;
 }
 
-// Decodes the four streams side by side while each has room for a whole round. The fourth
-// segment is the shortest, so `end` (its end) bounds the loop. Five symbols of at most 11 bits
-// per stream fit in the 57 bits a refill guarantees; the table, the bits and the outputs are held
-// in locals, which the symbols' byte stores cannot be taken to change.
+// Bytes a round of the fast loops reads at most: five symbols of at most 11 bits after a refill
+// (which leaves at most 7 bits of the word read) stay within 62 bits.
+constexpr size_t kRoundBytes = 7;
+constexpr unsigned kRoundSymbols = 5;
+
+// Decodes the four streams side by side while each has room for whole rounds. The fourth segment
+// is the shortest, so `end` (its end) bounds the loop. The rounds that every stream can take are
+// counted up front, so that the loop itself checks nothing. The table, the bits and the outputs
+// are held in locals, which the symbols' byte stores cannot be taken to change.
 VEY_INLINE void DecodeInterleaved(const HuffmanTable& table, BackwardBits* bits, uint8_t** outs, const uint8_t* end)
 {
     const uint16_t* rows = table.rows;
     const unsigned maxBits = table.maxBits;
     BackwardBits b0 = bits[0], b1 = bits[1], b2 = bits[2], b3 = bits[3];
     uint8_t *o0 = outs[0], *o1 = outs[1], *o2 = outs[2], *o3 = outs[3];
-    while (end - o3 >= 5 && b0.Roomy() && b1.Roomy() && b2.Roomy() && b3.Roomy()) {
-        b0.ReloadRoomy();
-        b1.ReloadRoomy();
-        b2.ReloadRoomy();
-        b3.ReloadRoomy();
-        for (int k = 0; k < 5; ++k) {
-            o0[k] = DecodeSymbolNear(rows, maxBits, b0);
-            o1[k] = DecodeSymbolNear(rows, maxBits, b1);
-            o2[k] = DecodeSymbolNear(rows, maxBits, b2);
-            o3[k] = DecodeSymbolNear(rows, maxBits, b3);
-        }
-        o0 += 5;
-        o1 += 5;
-        o2 += 5;
-        o3 += 5;
+    for (;;) {
+        size_t rounds = std::min({static_cast<size_t>(end - o3) / kRoundSymbols, b0.RoomyRefills(kRoundBytes),
+                                  b1.RoomyRefills(kRoundBytes), b2.RoomyRefills(kRoundBytes),
+                                  b3.RoomyRefills(kRoundBytes)});
+        if (rounds == 0)
+            break;
+        do {
+            b0.ReloadRoomy();
+            b1.ReloadRoomy();
+            b2.ReloadRoomy();
+            b3.ReloadRoomy();
+            for (unsigned k = 0; k < kRoundSymbols; ++k) {
+                o0[k] = DecodeSymbolNear(rows, maxBits, b0);
+                o1[k] = DecodeSymbolNear(rows, maxBits, b1);
+                o2[k] = DecodeSymbolNear(rows, maxBits, b2);
+                o3[k] = DecodeSymbolNear(rows, maxBits, b3);
+            }
+            o0 += kRoundSymbols;
+            o1 += kRoundSymbols;
+            o2 += kRoundSymbols;
+            o3 += kRoundSymbols;
+        } while (--rounds);
     }
     bits[0] = b0, bits[1] = b1, bits[2] = b2, bits[3] = b3;
     outs[0] = o0, outs[1] = o1, outs[2] = o2, outs[3] = o3;
@@ -224,19 +237,18 @@ ZstdError DecodeHuffmanStream(const HuffmanTable& table, const uint8_t* data, si
     if (!bits.Start(data, size))
         return size ? ZstdError::HuffmanEnd : ZstdError::Huffman;
     uint8_t* end = out + count;
-    // Five symbols of at most 11 bits fit in the 57 bits a refill guarantees. The table and the
-    // bits are held in locals, which the symbols' byte stores cannot be taken to change.
+    // Whole rounds while there is room, counted up front as in the four-stream loop. The table
+    // and the bits are held in locals, which the symbols' byte stores cannot be taken to change.
     const uint16_t* rows = table.rows;
     const unsigned maxBits = table.maxBits;
     BackwardBits fast = bits;
-    while (end - out >= 5 && fast.Roomy()) {
-        fast.ReloadRoomy();
-        out[0] = DecodeSymbolNear(rows, maxBits, fast);
-        out[1] = DecodeSymbolNear(rows, maxBits, fast);
-        out[2] = DecodeSymbolNear(rows, maxBits, fast);
-        out[3] = DecodeSymbolNear(rows, maxBits, fast);
-        out[4] = DecodeSymbolNear(rows, maxBits, fast);
-        out += 5;
+    while (size_t rounds = std::min(static_cast<size_t>(end - out) / kRoundSymbols, fast.RoomyRefills(kRoundBytes))) {
+        do {
+            fast.ReloadRoomy();
+            for (unsigned k = 0; k < kRoundSymbols; ++k)
+                out[k] = DecodeSymbolNear(rows, maxBits, fast);
+            out += kRoundSymbols;
+        } while (--rounds);
     }
     bits = fast;
     DecodeTail(table, bits, out, end);

@@ -138,19 +138,13 @@ struct FarCopy {
     ZstdError error;
 };
 
-// A match whose source lies before the near history: wrapped round the ring, in the old file, or
-// beyond the ring. Out of line, and given plain values, so that the hot loop's state never has
-// its address taken.
+// A match whose source lies neither in the near history nor in an old file in memory: wrapped
+// round the ring, or beyond it. Out of line, and given plain values, so that the hot loop's state
+// never has its address taken.
 FarCopy CopyFar(Window& window, uint8_t* out, size_t offset, size_t length, bool overread)
 {
-    bool wild;
     if (const uint8_t* source = window.WrappedSource(out, offset, length)) {
         WildCopy16(out, source, length);
-    } else if (const uint8_t* old = window.PrefixSource(out, offset, length, wild)) {
-        if (wild)
-            WildCopy16(out, old, length);
-        else
-            std::memcpy(out, old, length);
     } else {
         bool readFailed;
         if (!window.CopyMatch(out, offset, length, readFailed))
@@ -166,7 +160,9 @@ class SequenceWriter {
 public:
     SequenceWriter(const SequenceInput& input, size_t blockMax, Window& window)
         : start(window.BlockStart()), out(start), end(start + blockMax), near(window.NearStart()),
-          literal(input.literals), literalEnd(input.literals + input.literalCount), window(&window)
+          literal(input.literals), literalEnd(input.literals + input.literalCount), window(&window),
+          frameStart(window.FrameStart()), oldEnd(reinterpret_cast<const uint8_t*>(window.PrefixEnd())),
+          oldSize(window.PrefixInView())
     {
     }
 
@@ -185,6 +181,18 @@ public:
         literal += sequence.literalLength;
         if (sequence.offset <= static_cast<size_t>(out - near)) {
             CopyNear(out, sequence.offset, sequence.matchLength);
+            out += sequence.matchLength;
+            return ZstdError::None;
+        }
+        // Wholly in the old file, when it is in memory (the match's bytes before the frame's
+        // start): copied straight from there, in chunks when 15 bytes more lie behind it.
+        size_t here = reinterpret_cast<uintptr_t>(out) - frameStart;
+        if (sequence.offset >= here + sequence.matchLength && sequence.offset - here <= oldSize) {
+            size_t back = sequence.offset - here;
+            if (back >= sequence.matchLength + 16)
+                WildCopy16(out, oldEnd - back, sequence.matchLength);
+            else
+                std::memcpy(out, oldEnd - back, sequence.matchLength);
             out += sequence.matchLength;
             return ZstdError::None;
         }
@@ -215,6 +223,9 @@ private:
     const uint8_t* literal;
     const uint8_t* literalEnd;
     Window* window;
+    uintptr_t frameStart;   // where the frame's first byte would lie before the block
+    const uint8_t* oldEnd;  // the end of the old file in memory
+    uint64_t oldSize;       // its bytes in memory (0 when it is not)
 };
 
 ZstdError ZeroOffsetError(bool overread) { return overread ? ZstdError::SequencesEnd : ZstdError::ZeroOffset; }

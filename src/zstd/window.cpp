@@ -10,14 +10,17 @@ Window::Window(ZstdSink& sink, HistoryReader* prefix, uint64_t prefixSize)
 }
 
 // The ring starts small and doubles as the frame's output grows, up to what the frame can reach
-// (its window and the prefix) or kRingHistoryMax, whichever is smaller.
+// in it or kRingHistoryMax, whichever is smaller. An old file in memory is read where it lies;
+// one that is not is loaded into the ring as far as the ring reaches, so that matches into its
+// end find it there.
 constexpr size_t kRingHistoryStart = 64 * 1024;
 
 bool Window::StartFrame(uint64_t windowSize, uint64_t frameSinkStart)
 {
-    bool far = windowSize >= kRingHistoryMax || prefixSize >= kRingHistoryMax;
-    historyLimit = far ? kRingHistoryMax : static_cast<size_t>(std::min<uint64_t>(windowSize + prefixSize, kRingHistoryMax));
-    size_t load = prefixSize < historyLimit ? static_cast<size_t>(prefixSize) : historyLimit;
+    uint64_t inRing = prefixView ? 0 : prefixSize;
+    bool far = windowSize >= kRingHistoryMax || inRing >= kRingHistoryMax;
+    historyLimit = far ? kRingHistoryMax : static_cast<size_t>(std::min<uint64_t>(windowSize + inRing, kRingHistoryMax));
+    size_t load = inRing < historyLimit ? static_cast<size_t>(inRing) : historyLimit;
     sinkStart = frameSinkStart;
     produced = 0;
     held = 0;

@@ -23,7 +23,7 @@ public:
     Window(ZstdSink& sink, HistoryReader* prefix, uint64_t prefixSize);
 
     // Makes ready for a frame of `windowSize` whose output starts at sink position `sinkStart`;
-    // loads the end of the prefix. False when the prefix cannot be read.
+    // loads the end of the prefix unless it is in memory. False when the prefix cannot be read.
     bool StartFrame(uint64_t windowSize, uint64_t sinkStart);
     // Grows the ring before a block when its history is full and the frame may reach further.
     void PrepareBlock();
@@ -61,20 +61,6 @@ public:
         size_t physical = head + inBlock + size - distance;
         return physical + length <= size ? ring.get() + physical : nullptr;
     }
-    // The source of a match from `out` (inside the block) `distance` bytes back that lies
-    // wholly in the old file when the prefix reader keeps it in memory; null otherwise.
-    // `wild` tells whether 15 bytes more may be read past the match.
-    const uint8_t* PrefixSource(const uint8_t* out, size_t distance, size_t length, bool& wild) const
-    {
-        if (!prefixView)
-            return nullptr;
-        uint64_t here = static_cast<uint64_t>(produced) + static_cast<uint64_t>(out - (ring.get() + head));
-        if (distance < here + length || distance > here + prefixSize)
-            return nullptr;
-        uint64_t back = distance - here;
-        wild = back >= length + 16;
-        return prefixView + (prefixSize - back);
-    }
     // Where the frame's first byte would lie if the whole frame were in memory before the
     // block, and the end of the old file when it is in memory (0 when not); for cache hints.
     uintptr_t FrameStart() const
@@ -82,6 +68,8 @@ public:
         return reinterpret_cast<uintptr_t>(ring.get() + head) - static_cast<uintptr_t>(produced);
     }
     uintptr_t PrefixEnd() const { return prefixView ? reinterpret_cast<uintptr_t>(prefixView + prefixSize) : 0; }
+    // The bytes of the old file that lie in memory, ending at PrefixEnd(): all of it or none.
+    uint64_t PrefixInView() const { return prefixView ? prefixSize : 0; }
     // What to add to an address before NearStart() to reach the history wrapped round the
     // ring's end (for cache hints).
     size_t WrapSpan() const { return head >= held ? 0 : size; }
@@ -102,7 +90,7 @@ private:
     size_t allocated = 0;  // bytes of `ring`: size + kBlockMax + kCopySlack
     size_t size = 0;       // the ring's span; a block past it runs on into the tail and is folded back
     size_t historyMax = 0; // most history the ring keeps now: size - kBlockMax - kCopySlack
-    size_t historyLimit = 0;  // most history the frame can use: its window and the prefix
+    size_t historyLimit = 0;  // most history the ring may hold: the window, and a prefix not in memory
     size_t head = 0;       // where the next block starts in the ring
     size_t held = 0;       // history bytes behind `head` that the ring holds
     size_t pending = 0;    // the newest of them, not yet handed to the sink (never above `held`)

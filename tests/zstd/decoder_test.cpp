@@ -145,11 +145,16 @@ TEST(Patches, DecodeAgainstTheOldFile)
         Bytes frame = FrameFile(std::string(name) + ".zst");
         Bytes expected = FrameFile(std::string(name) + ".bin");
         for (size_t chunk : {size_t(0), size_t(1), size_t(1000)}) {
-            MemoryHistory history(old);
-            Decoded decoded = Decode(frame, chunk, &history, old.size());
-            EXPECT_EQ(decoded.error, ZstdError::None) << name << ": " << ZstdErrorText(decoded.error);
-            EXPECT_TRUE(decoded.output == expected) << name << " in pieces of " << chunk;
-            EXPECT_GT(history.reads, 0u);
+            // Read at positions (its end loaded into the decoder's memory), or in place.
+            for (bool inView : {false, true}) {
+                MemoryHistory history(old, inView);
+                Decoded decoded = Decode(frame, chunk, &history, old.size());
+                EXPECT_EQ(decoded.error, ZstdError::None) << name << ": " << ZstdErrorText(decoded.error);
+                EXPECT_TRUE(decoded.output == expected) << name << " in pieces of " << chunk << (inView ? ", in view" : "");
+                if (!inView) {
+                    EXPECT_GT(history.reads, 0u);
+                }
+            }
         }
     }
 }

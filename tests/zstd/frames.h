@@ -66,9 +66,10 @@ public:
     bool refuseWrites = false;
 };
 
+// An old file in memory, offered whole as a view (as a mapped file is) when `inView`.
 class MemoryHistory : public HistoryReader {
 public:
-    explicit MemoryHistory(Bytes bytes) : bytes(std::move(bytes)) {}
+    explicit MemoryHistory(Bytes bytes, bool inView = false) : bytes(std::move(bytes)), inView(inView) {}
     bool ReadAt(uint64_t position, void* buffer, size_t length) override
     {
         ++reads;
@@ -77,8 +78,10 @@ public:
         std::memcpy(buffer, bytes.data() + position, length);
         return true;
     }
+    const uint8_t* View() override { return inView ? bytes.data() : nullptr; }
 
     Bytes bytes;
+    bool inView;
     size_t reads = 0;
 };
 
