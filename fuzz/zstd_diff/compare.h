@@ -84,9 +84,11 @@ inline ZstdError DecodeOurs(const uint8_t* data, size_t size, size_t chunk, cons
     return error;
 }
 
-// Whether a compressed block of the input counts its sequences as 0 in the two-byte form. Walks
-// frames and blocks as far as their headers allow.
-inline bool HasTwoByteZeroCount(const uint8_t* data, size_t size)
+// Walks the input's frames and their blocks as far as their headers allow, handing each
+// compressed block's content that lies whole in the input to `onBlock`. Gives the magic number
+// that ended the walk when it is neither a frame's nor a skippable frame's (0 otherwise).
+template <typename OnBlock>
+uint32_t WalkFrames(const uint8_t* data, size_t size, OnBlock onBlock)
 {
     size_t at = 0;
     auto le = [&](size_t from, size_t count) {
@@ -100,12 +102,14 @@ inline bool HasTwoByteZeroCount(const uint8_t* data, size_t size)
         at += 4;
         if ((magic & 0xFFFFFFF0) == 0x184D2A50) {
             if (at + 4 > size)
-                return false;
+                return 0;
             at += 4 + le(at, 4);
             continue;
         }
-        if (magic != 0xFD2FB528 || at >= size)
-            return false;
+        if (magic != 0xFD2FB528)
+            return magic;
+        if (at >= size)
+            return 0;
         uint8_t descriptor = data[at];
         bool single = descriptor & 0x20;
         static const size_t kId[4] = {0, 1, 2, 4}, kSize[4] = {0, 2, 4, 8};
@@ -113,34 +117,56 @@ inline bool HasTwoByteZeroCount(const uint8_t* data, size_t size)
         at += 1 + (single ? 0 : 1) + kId[descriptor & 3] + sizeBytes;
         for (bool last = false; !last;) {
             if (at + 3 > size)
-                return false;
+                return 0;
             uint32_t header = static_cast<uint32_t>(le(at, 3));
             at += 3;
             last = header & 1;
             unsigned type = (header >> 1) & 3;
             size_t blockSize = header >> 3;
-            if (type == 2 && at + blockSize <= size && blockSize > 0) {
-                const uint8_t* block = data + at;
-                unsigned literalsType = block[0] & 3, format = (block[0] >> 2) & 3;
-                size_t literals;
-                if (literalsType < 2) {
-                    size_t header = format == 1 ? 2 : format == 3 ? 3 : 1;
-                    size_t count = header == 1 ? block[0] >> 3 : static_cast<size_t>(le(at, header) >> 4);
-                    literals = header + (literalsType == 0 ? count : 1);
-                } else {
-                    size_t header = format < 2 ? 3 : format + 2;
-                    unsigned width = format < 2 ? 10 : format == 2 ? 14 : 18;
-                    literals = header + (blockSize >= header ? static_cast<size_t>((le(at, header) >> (4 + width)) & ((1u << width) - 1)) : blockSize);
-                }
-                if (literals + 2 <= blockSize && block[literals] == 0x80 && block[literals + 1] == 0)
-                    return true;
-            }
+            if (type == 2 && at + blockSize <= size && blockSize > 0)
+                onBlock(data + at, blockSize);
             at += type == 1 ? 1 : blockSize;
         }
         if (descriptor & 0x04)
             at += 4;
     }
-    return false;
+    return 0;
+}
+
+// Whether a compressed block of the input counts its sequences as 0 in the two-byte form.
+inline bool HasTwoByteZeroCount(const uint8_t* data, size_t size)
+{
+    bool found = false;
+    WalkFrames(data, size, [&](const uint8_t* block, size_t blockSize) {
+        auto le = [&](size_t count) {
+            uint64_t value = 0;
+            for (size_t i = 0; i < count && i < blockSize; ++i)
+                value |= uint64_t(block[i]) << (8 * i);
+            return value;
+        };
+        unsigned literalsType = block[0] & 3, format = (block[0] >> 2) & 3;
+        size_t literals;
+        if (literalsType < 2) {
+            size_t header = format == 1 ? 2 : format == 3 ? 3 : 1;
+            size_t count = header == 1 ? block[0] >> 3 : static_cast<size_t>(le(header) >> 4);
+            literals = header + (literalsType == 0 ? count : 1);
+        } else {
+            size_t header = format < 2 ? 3 : format + 2;
+            unsigned width = format < 2 ? 10 : format == 2 ? 14 : 18;
+            literals = header + (blockSize >= header ? static_cast<size_t>((le(header) >> (4 + width)) & ((1u << width) - 1)) : blockSize);
+        }
+        if (literals + 2 <= blockSize && block[literals] == 0x80 && block[literals + 1] == 0)
+            found = true;
+    });
+    return found;
+}
+
+// Whether the input's frames run into one of the format's early versions (magic numbers
+// 0xFD2FB522 to 0xFD2FB527), which libzstd still reads and the decoder does not.
+inline bool RunsIntoOldVersion(const uint8_t* data, size_t size)
+{
+    uint32_t magic = WalkFrames(data, size, [](const uint8_t*, size_t) {});
+    return magic >= 0xFD2FB522 && magic <= 0xFD2FB527;
 }
 
 // Decodes with both and aborts when they disagree outside the known cases.
@@ -169,7 +195,7 @@ inline void Compare(const uint8_t* data, size_t size, size_t chunk, const uint8_
     if (error != ZstdError::None) {
         if (error == ZstdError::ZeroOffset || error == ZstdError::HuffmanStates || error == ZstdError::ExtraBytes ||
             error == ZstdError::ReservedBits || error == ZstdError::HuffmanEnd || error == ZstdError::SequencesEnd ||
-            (prefix && error == ZstdError::BlockSize))
+            (prefix && error == ZstdError::BlockSize) || (error == ZstdError::BadMagic && RunsIntoOldVersion(data, size)))
             return;
         std::fprintf(stderr, "zstd: ours refuses (%s), libzstd decodes %zu bytes\n", ZstdErrorText(error), result);
         std::abort();

@@ -94,8 +94,8 @@ public:
         word = LoadLe64(cursor);
     }
 
-    // Reload for a stream known to be Roomy(): no checks. A refill moves the cursor back by at most
-    // 8 bytes.
+    // Reload without checks, for a stream known to have room (RoomyRefills). A refill moves the
+    // cursor back by at most 8 bytes.
     void ReloadRoomy()
     {
         cursor -= consumed >> 3;
@@ -103,11 +103,8 @@ public:
         word = LoadLe64(cursor);
     }
 
-    // True when the fast path may read 56 bits after a Reload without nearing the start; with
-    // `refills`, after that many refills in a row (none of them past 64 bits read).
-    bool Roomy(unsigned refills = 1) const { return static_cast<size_t>(cursor - begin) >= 8 * refills; }
-    // How many ReloadRoomy() calls in a row stay roomy when at most `step` bytes (up to 8) are
-    // read between two of them.
+    // How many ReloadRoomy() calls in a row keep 8 bytes to load before the stream's start when
+    // at most `step` bytes (up to 8) are read between two of them.
     size_t RoomyRefills(size_t step) const
     {
         size_t room = static_cast<size_t>(cursor - begin);

@@ -44,7 +44,7 @@ public:
 
     // True while the next sequence cannot bring the reader near the stream's start, so that it
     // may be read with Next<true>, which refills the held word without checks.
-    bool Roomy() const { return bits.Roomy(kSequenceRefills); }
+    bool Roomy() const { return bits.RoomyRefills(8) >= kSequenceRefills; }
 
     // The next sequence; the last one leaves the states as they are. `zero` is set when its
     // offset, a repeat, works out to 0.
