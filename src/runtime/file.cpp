@@ -72,6 +72,34 @@ IoResult wFile::Write(uint64_t position, const void* buffer, uint32_t length)
     return Issue(kIoWrite, position, const_cast<void*>(buffer), length);
 }
 
+uint32_t wFile::ReadAll(uint64_t position, void* buffer, size_t length)
+{
+    return IssueAll(kIoRead, position, buffer, length);
+}
+
+uint32_t wFile::WriteAll(uint64_t position, const void* buffer, size_t length)
+{
+    return IssueAll(kIoWrite, position, const_cast<void*>(buffer), length);
+}
+
+uint32_t wFile::IssueAll(uint32_t kind, uint64_t position, void* buffer, size_t length)
+{
+    constexpr size_t kMaxPiece = size_t(1) << 30;
+    auto* bytes = static_cast<char*>(buffer);
+    while (length > 0) {
+        uint32_t piece = static_cast<uint32_t>(length < kMaxPiece ? length : kMaxPiece);
+        IoResult result = Issue(kind, position, bytes, piece);
+        if (result.error != 0)
+            return result.error;
+        if (result.bytes != piece)
+            return ERROR_HANDLE_EOF;
+        position += piece;
+        bytes += piece;
+        length -= piece;
+    }
+    return 0;
+}
+
 IoResult wFile::Issue(uint32_t kind, uint64_t position, void* buffer, uint32_t length)
 {
     if (mode == FileIo::Direct)

@@ -3,6 +3,7 @@
 // operations that complete on the calling thread.
 #pragma once
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -29,6 +30,10 @@ public:
                   FileIo io = FileIo::Port);
     IoResult Read(uint64_t position, void* buffer, uint32_t length);
     IoResult Write(uint64_t position, const void* buffer, uint32_t length);
+    // All `length` bytes at `position`, in pieces of at most 1 GiB: 0, or the Windows error code
+    // (38, ERROR_HANDLE_EOF, when a piece moved fewer bytes than asked).
+    uint32_t ReadAll(uint64_t position, void* buffer, size_t length);
+    uint32_t WriteAll(uint64_t position, const void* buffer, size_t length);
     // Closes once however often it is called.
     void Close();
 
@@ -39,6 +44,7 @@ public:
 private:
     IoResult Issue(uint32_t kind, uint64_t position, void* buffer, uint32_t length);
     IoResult IssueDirect(uint32_t kind, uint64_t position, void* buffer, uint32_t length);
+    uint32_t IssueAll(uint32_t kind, uint64_t position, void* buffer, size_t length);
 
     std::wstring name;
     FileIo mode = FileIo::Port;

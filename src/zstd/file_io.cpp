@@ -37,26 +37,10 @@ void GrowingView::Close()
     mapped = 0;
 }
 
-bool FileSink::Transfer(bool write, uint64_t position, void* buffer, size_t length)
-{
-    uint8_t* bytes = static_cast<uint8_t*>(buffer);
-    while (length) {
-        uint32_t piece = length < 0x40000000 ? static_cast<uint32_t>(length) : 0x40000000;
-        IoResult result = write ? file.Write(position, bytes, piece) : file.Read(position, bytes, piece);
-        if (result.error || result.bytes != piece) {
-            lastError = result.error ? result.error : static_cast<uint32_t>(ERROR_HANDLE_EOF);
-            return false;
-        }
-        bytes += piece;
-        position += piece;
-        length -= piece;
-    }
-    return true;
-}
-
 bool FileSink::Write(const void* data, size_t length)
 {
-    if (!Transfer(true, start + written, const_cast<void*>(data), length))
+    lastError = file.WriteAll(start + written, data, length);
+    if (lastError)
         return false;
     written += length;
     return true;
@@ -68,7 +52,8 @@ bool FileSink::ReadAt(uint64_t position, void* buffer, size_t length)
         return false;
     if (view.Read(file, start + written, start + position, buffer, length))
         return true;
-    return Transfer(false, start + position, buffer, length);
+    lastError = file.ReadAll(start + position, buffer, length);
+    return lastError == 0;
 }
 
 MappedHistory::~MappedHistory()

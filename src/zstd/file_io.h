@@ -46,8 +46,6 @@ public:
     uint32_t LastError() const { return lastError; }
 
 private:
-    bool Transfer(bool write, uint64_t position, void* buffer, size_t length);
-
     wFile& file;
     uint64_t start;
     uint64_t written = 0;

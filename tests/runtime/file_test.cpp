@@ -61,6 +61,21 @@ TEST_F(FileTest, ReadPastTheEndReportsEndOfFile)
     EXPECT_EQ(read.bytes, 0u);
 }
 
+TEST_F(FileTest, WholeTransfersMoveEveryByteOrSayWhyNot)
+{
+    wFile file;
+    ASSERT_EQ(file.Open(path, true, true, false, CREATE_ALWAYS), 0u);
+    std::string data(100000, '\0');
+    for (size_t i = 0; i < data.size(); ++i)
+        data[i] = static_cast<char>(i * 7 + (i >> 8));
+    EXPECT_EQ(file.WriteAll(3, data.data(), data.size()), 0u);
+    std::string back(data.size(), '\0');
+    EXPECT_EQ(file.ReadAll(3, &back[0], back.size()), 0u);
+    EXPECT_EQ(back, data);
+    EXPECT_EQ(file.ReadAll(0, &back[0], 0), 0u);
+    EXPECT_EQ(file.ReadAll(4, &back[0], back.size()), static_cast<uint32_t>(ERROR_HANDLE_EOF));
+}
+
 TEST_F(FileTest, MissingFileStaysClosed)
 {
     wFile file;
