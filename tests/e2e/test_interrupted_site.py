@@ -13,8 +13,8 @@ import time
 import unittest
 
 from servers import ScriptedServer
-from veytest import (PATIENCE, WORK, kill_windows, make_app_folder, quote_argument, read, read_log, start_windows,
-                     write)
+from veytest import (PATIENCE, WORK, fresh_installation, kill_windows, make_app_folder, quote_argument, read, read_log,
+                     start_updater, write)
 
 TOOLS = os.path.join(os.path.dirname(__file__), "..", "..", "tools")
 
@@ -86,13 +86,10 @@ class KilledDecoding(unittest.TestCase):
             time.sleep(0.003)
 
     def installation(self):
-        folder = os.path.join(WORK, "interrupted-site-app")
-        shutil.rmtree(folder, ignore_errors=True)
-        shutil.copytree(self.template, folder)
-        return folder
+        return fresh_installation(self.template, "interrupted-site-app")
 
     def start(self, folder):
-        return start_windows(os.path.join(folder, "VeyUpdater.exe"), [self.argument])
+        return start_updater(folder, self.argument)
 
     def check_killed(self, folder, moment):
         """Every path holds one version whole (a new file may be missing yet); returns the names that

@@ -11,8 +11,8 @@ import unittest
 
 from servers import Nginx
 from test_update import make_manifest
-from veytest import (PATIENCE, WORK, kill_windows, make_app_folder, quote_argument, read, run_windows, start_windows,
-                     write)
+from veytest import (PATIENCE, WORK, fresh_installation, kill_windows, make_app_folder, quote_argument, read, run_windows,
+                     start_updater, write)
 
 # Old and new sizes differ, so that a file cut short could never pass for either version.
 NAMES = ["app.exe", "core.dll", "data/strings.txt", "data/images.pak", "data/deep/level.bin",
@@ -41,13 +41,10 @@ class KilledUpdate(unittest.TestCase):
         cls.nginx.stop()
 
     def installation(self):
-        folder = os.path.join(WORK, "interrupted")
-        shutil.rmtree(folder, ignore_errors=True)
-        shutil.copytree(self.template, folder)
-        return folder
+        return fresh_installation(self.template, "interrupted")
 
     def start(self, folder):
-        return start_windows(os.path.join(folder, "VeyUpdater.exe"), [self.argument])
+        return start_updater(folder, self.argument)
 
     def check_killed(self, folder, moment):
         """Every path holds one version whole; returns how many hold the new one."""

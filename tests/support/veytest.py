@@ -78,6 +78,20 @@ def make_app_folder(name, program="VeyUpdater.exe", source=None):
     return folder
 
 
+def fresh_installation(template, name):
+    """A fresh copy of the installation folder `template` as WORK/name, for a test that kills the
+    updater and starts it again on the same folder."""
+    folder = os.path.join(WORK, name)
+    shutil.rmtree(folder, ignore_errors=True)
+    shutil.copytree(template, folder)
+    return folder
+
+
+def start_updater(folder, argument):
+    """VeyUpdater.exe of `folder`, started with its one argument."""
+    return start_windows(os.path.join(folder, "VeyUpdater.exe"), [argument])
+
+
 def read_log_entries(folder, program="VeyUpdater.exe"):
     """(seconds since midnight, message) of every entry of the one log file under folder/_logs,
     prefixes checked."""
