@@ -83,9 +83,12 @@ public:
         }
         if (!last) {
             Reload<kRoomy>();
-            literalState = ll.nextBase + static_cast<unsigned>(Read<kRoomy>(ll.stateBits));
-            matchState = ml.nextBase + static_cast<unsigned>(Read<kRoomy>(ml.stateBits));
-            offsetState = of.nextBase + static_cast<unsigned>(Read<kRoomy>(of.stateBits));
+            // The three states' bits (at most 9 + 9 + 8) in one read, literals length first.
+            unsigned low = ml.stateBits + of.stateBits;
+            unsigned states = static_cast<unsigned>(Read<kRoomy>(ll.stateBits + low));
+            literalState = ll.nextBase + (states >> low);
+            matchState = ml.nextBase + ((states >> of.stateBits) & ((1u << ml.stateBits) - 1));
+            offsetState = of.nextBase + (states & ((1u << of.stateBits) - 1));
         }
         return sequence;
     }
