@@ -64,8 +64,9 @@ public:
         return value;
     }
     // Peek() and Read() for a reader that has read at most 63 bits of its word since a refill:
-    // no masks on the shifts.
+    // no masks on the shifts. PeekNearSome() is one shift shorter and takes at least 1 bit.
     uint64_t PeekNear(unsigned count) const { return ((word << consumed) >> 1) >> (63 - count); }
+    uint64_t PeekNearSome(unsigned count) const { return (word << consumed) >> (64 - count); }
     uint64_t ReadNear(unsigned count)
     {
         uint64_t value = PeekNear(count);

@@ -49,15 +49,14 @@ bool BuildTable(const FseDistribution& distribution, unsigned kind, SequenceTabl
     if (!BuildFseRows(distribution, rows))
         return false;
     unsigned size = 1u << distribution.log;
+    table.farRows = 0;
     for (unsigned u = 0; u < size; ++u) {
         table.rows[u].nextBase = rows[u].nextBase;
         table.rows[u].stateBits = rows[u].bits;
         SetCode(table.rows[u], kind, rows[u].symbol);
+        table.farRows += table.rows[u].extraBits >= kFarBits;
     }
     table.log = distribution.log;
-    table.farRows = 0;
-    for (unsigned u = 0; u < size; ++u)
-        table.farRows += table.rows[u].extraBits >= kFarBits;
     return true;
 }
 

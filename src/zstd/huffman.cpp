@@ -151,10 +151,11 @@ inline uint8_t DecodeSymbol(const HuffmanTable& table, BackwardBits& bits)
     return static_cast<uint8_t>(row);
 }
 
-// DecodeSymbol() in the fast loops, which refill before 63 bits of the word are read.
+// DecodeSymbol() in the fast loops, which refill before 63 bits of the word are read (a table
+// always reads at least 1 bit).
 VEY_INLINE uint8_t DecodeSymbolNear(const uint16_t* rows, unsigned maxBits, BackwardBits& bits)
 {
-    unsigned row = rows[bits.PeekNear(maxBits)];
+    unsigned row = rows[bits.PeekNearSome(maxBits)];
     bits.Skip(row >> 8);
     return static_cast<uint8_t>(row);
 }
@@ -202,6 +203,7 @@ VEY_INLINE void DecodeInterleaved(const HuffmanTable& table, BackwardBits* bits,
             b1.ReloadRoomy();
             b2.ReloadRoomy();
             b3.ReloadRoomy();
+            VEY_UNROLL(5)
             for (unsigned k = 0; k < kRoundSymbols; ++k) {
                 o0[k] = DecodeSymbolNear(rows, maxBits, b0);
                 o1[k] = DecodeSymbolNear(rows, maxBits, b1);
