@@ -1,7 +1,8 @@
 // What the processor offers beyond the baseline, for the decoder's hot loops: GCC and Clang build
 // a second copy of such a loop for BMI2 (shifts by a register without the CL dance) and the
-// decoder picks one at run time. Other compilers build the baseline copy only. Beside it, the
-// hints those loops give the compiler: inlining, and unrolling a short loop whole.
+// decoder picks one at run time. With other compilers both copies are the baseline and
+// HasBmi2() is false. Beside it, the hints those loops give the compiler: inlining, and
+// unrolling a short loop whole.
 #pragma once
 
 #if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
